@@ -1,0 +1,20 @@
+#include "services/log_sink.h"
+
+#include "vexa/vexa_services.h"
+
+namespace {
+VexaLogObserver g_observer = nullptr;
+}
+
+void VexaLogSetObserver(VexaLogObserver observer)
+{
+    g_observer = observer;
+}
+
+extern "C" void VexaLogPrint(uint32_t level, const char *logName, uint32_t line, const char *function,
+                             uint32_t code, const char *message)
+{
+    if (g_observer != nullptr) {
+        g_observer(level, logName, line, function, code, message);
+    }
+}

@@ -1,0 +1,114 @@
+#include "support/test_env.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+namespace testenv {
+
+void TempDirTest::SetUp()
+{
+    char cwd[4096];
+    ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
+    oldCwd_ = cwd;
+    char tmpl[] = "/tmp/checktool-test-XXXXXX";
+    ASSERT_NE(mkdtemp(tmpl), nullptr);
+    dir_ = tmpl;
+    ASSERT_EQ(chmod(dir_.c_str(), 0755), 0);
+    ASSERT_EQ(chdir(dir_.c_str()), 0);
+}
+
+void TempDirTest::TearDown()
+{
+    if (!oldCwd_.empty()) {
+        EXPECT_EQ(chdir(oldCwd_.c_str()), 0);
+    }
+    if (!dir_.empty() && dir_.rfind("/tmp/checktool-test-", 0) == 0) {
+        std::string cmd = "rm -rf '" + dir_ + "'";
+        EXPECT_EQ(system(cmd.c_str()), 0);
+    }
+}
+
+std::string ReadFile(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+Bytes ReadBytes(const std::string &path)
+{
+    std::string s = ReadFile(path);
+    return Bytes(s.begin(), s.end());
+}
+
+void WriteFile(const std::string &path, const void *data, size_t len)
+{
+    FILE *f = fopen(path.c_str(), "wb");
+    ASSERT_NE(f, nullptr) << path;
+    if (len != 0) {
+        ASSERT_EQ(fwrite(data, 1, len, f), len);
+    }
+    fclose(f);
+}
+
+bool FileExists(const std::string &path)
+{
+    struct stat st;
+    return lstat(path.c_str(), &st) == 0;
+}
+
+std::vector<std::string> LogMessages(const std::string &logPath)
+{
+    std::vector<std::string> out;
+    std::istringstream in(ReadFile(logPath));
+    std::string line;
+    const std::string tag = "CHECK_TOOL: ";
+    while (std::getline(in, line)) {
+        size_t at = line.find(tag);
+        if (at != std::string::npos) {
+            out.push_back(line.substr(at + tag.size()));
+        }
+    }
+    return out;
+}
+
+RunResult Run(const std::vector<std::string> &argv)
+{
+    int pipefd[2];
+    RunResult r{-1, ""};
+    if (pipe(pipefd) != 0) {
+        return r;
+    }
+    pid_t pid = fork();
+    if (pid == 0) {
+        dup2(pipefd[1], 1);
+        close(pipefd[0]);
+        close(pipefd[1]);
+        std::vector<char *> args;
+        for (const auto &a : argv) {
+            args.push_back(const_cast<char *>(a.c_str()));
+        }
+        args.push_back(nullptr);
+        execv(args[0], args.data());
+        _exit(127);
+    }
+    close(pipefd[1]);
+    char buf[4096];
+    ssize_t n;
+    while ((n = read(pipefd[0], buf, sizeof buf)) > 0) {
+        r.out.append(buf, static_cast<size_t>(n));
+    }
+    close(pipefd[0]);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return r;
+}
+
+} // namespace testenv

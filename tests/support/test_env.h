@@ -1,0 +1,49 @@
+/* Shared helpers of the test suite: a private working directory per test
+ * (the test build logs relative to it), whole-file helpers and a way to run
+ * the check tool as a real process. */
+#ifndef TESTS_SUPPORT_TEST_ENV_H
+#define TESTS_SUPPORT_TEST_ENV_H
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace testenv {
+
+using Bytes = std::vector<unsigned char>;
+
+/* Log directory and files of the test build, relative to the working dir. */
+constexpr const char kLogDir[] = "upgradetool-log";
+constexpr const char kLogPath[] = "upgradetool-log/upgrade_crl.log";
+
+/* Each test runs in a fresh directory of its own, removed afterwards. */
+class TempDirTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+    std::string dir_;
+    std::string oldCwd_;
+};
+
+std::string ReadFile(const std::string &path);
+Bytes ReadBytes(const std::string &path);
+void WriteFile(const std::string &path, const void *data, size_t len);
+inline void WriteFile(const std::string &path, const std::string &s) { WriteFile(path, s.data(), s.size()); }
+inline void WriteFile(const std::string &path, const Bytes &b) { WriteFile(path, b.data(), b.size()); }
+bool FileExists(const std::string &path);
+
+/* Lines of the log with the header up to "CHECK_TOOL: " removed. */
+std::vector<std::string> LogMessages(const std::string &logPath = kLogPath);
+
+struct RunResult {
+    int status;          /* exit status, or -1 when it did not exit normally */
+    std::string out;     /* standard output */
+};
+/* Runs argv (argv[0] is the program) in the current directory, optionally
+ * under another identity through setpriv. */
+RunResult Run(const std::vector<std::string> &argv);
+
+} // namespace testenv
+
+#endif
