@@ -78,7 +78,7 @@ std::vector<std::string> LogMessages(const std::string &logPath)
     return out;
 }
 
-RunResult Run(const std::vector<std::string> &argv)
+RunResult RunProcess(const std::vector<std::string> &argv)
 {
     int pipefd[2];
     RunResult r{-1, ""};

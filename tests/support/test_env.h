@@ -42,7 +42,7 @@ struct RunResult {
 };
 /* Runs argv (argv[0] is the program) in the current directory, optionally
  * under another identity through setpriv. */
-RunResult Run(const std::vector<std::string> &argv);
+RunResult RunProcess(const std::vector<std::string> &argv);
 
 } // namespace testenv
 

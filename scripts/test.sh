@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Builds and runs the whole test suite: g++ and clang builds with warnings as
+# errors, then an AddressSanitizer + UndefinedBehaviorSanitizer build.
+set -euo pipefail
+top=$(cd "$(dirname "$0")/.." && pwd)
+"$top/scripts/deps.sh"
+jobs=$(nproc)
+
+run_build() { # dir, then extra cmake arguments
+  local dir=$1; shift
+  cmake -G Ninja -S "$top" -B "$dir" "$@" >/dev/null
+  cmake --build "$dir" -j "$jobs"
+}
+
+run_build "$top/build-test/gcc" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++
+ctest --test-dir "$top/build-test/gcc" -j "$jobs" --output-on-failure
+
+run_build "$top/build-test/clang" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++
+ctest --test-dir "$top/build-test/clang" -j "$jobs" --output-on-failure
+
+run_build "$top/build-test/asan" -DCMAKE_BUILD_TYPE=Debug -DCHECKTOOL_SANITIZE=ON \
+  -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  ctest --test-dir "$top/build-test/asan" -j "$jobs" --output-on-failure
+
+echo "all test builds passed"

@@ -1,0 +1,28 @@
+/* Builds CMS image bytes for layout tests: header region with body length
+ * and magic, a body ending in the NV counter record, and the three blocks. */
+#ifndef TESTS_SUPPORT_IMAGE_BUILDER_H
+#define TESTS_SUPPORT_IMAGE_BUILDER_H
+
+#include <stdint.h>
+
+#include "support/test_env.h"
+
+namespace testenv {
+
+struct ImageSpec {
+    uint32_t bodyLen = 0x1000;
+    bool magic = true;
+    uint32_t nvFlag = 0x5A5AA5A5u;
+    uint32_t nvCounter = 7;
+    Bytes signature = {0x30, 0x00};
+    Bytes content = {'c', 'o', 'n', 't', 'e', 'n', 't'};
+    Bytes crl = {0x30, 0x03, 0x02, 0x01, 0x05};
+};
+
+void PutLe32(Bytes &b, uint64_t offset, uint32_t v);
+uint64_t TrailerOf(uint32_t bodyLen);
+Bytes BuildImage(const ImageSpec &spec);
+
+} // namespace testenv
+
+#endif
