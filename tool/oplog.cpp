@@ -78,6 +78,21 @@ RotateOutcome rotate_log_file_once(const char *path)
     return ROTATE_ATTEMPTED;
 }
 
+/* Holds the log's own inode while a writer measures and appends, so writers
+ * racing at the threshold see each other's lines and none pushes the log
+ * past it. A holder that never lets go (a stopped process) is waited for
+ * only briefly: logging must never hang. */
+void lock_log_briefly(int fd)
+{
+    for (int i = 0; i < kBusyRetries; i++) {
+        if (flock(fd, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) {
+            return;
+        }
+        struct timespec wait = {0, kBusyWaitNs};
+        (void)nanosleep(&wait, nullptr);
+    }
+}
+
 /* The size check of one open log: true when the line may be appended. */
 bool line_fits(uint64_t fileSize, uint32_t lineLen)
 {
@@ -130,6 +145,7 @@ extern "C" int get_ring_fd(const char *path, const char *line)
             printf("open %s failed, errno=%d\n", path, errno);
             return -1;
         }
+        lock_log_briefly(fd);
         struct stat st;
         if (fstat(fd, &st) != 0) {
             close(fd);
