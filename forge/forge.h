@@ -1,0 +1,154 @@
+/* forge: makes test PKIs, CRLs, time-stamped detached CMS signatures and
+ * signed images for checktool. Every command is a free function taking the
+ * parsed command line and returning a result code (0 = success). */
+#ifndef FORGE_FORGE_H
+#define FORGE_FORGE_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+
+namespace forge {
+
+/* Result codes; the process exit status is the code. */
+constexpr uint32_t kOk = 0;
+constexpr uint32_t kErrUsage = 2;   /* bad command line */
+constexpr uint32_t kErrIo = 3;      /* a file cannot be read or written */
+constexpr uint32_t kErrInput = 4;   /* an input file has the wrong content */
+constexpr uint32_t kErrCrypto = 5;  /* a libcrypto call failed */
+constexpr uint32_t kErrLayout = 6;  /* the image blocks do not fit */
+
+using Bytes = std::vector<uint8_t>;
+
+/* ---- command line ---------------------------------------------------- */
+
+struct OptSpec {
+    const char *name;  /* without the leading "--" */
+    const char *meta;  /* value placeholder for --help, null for a flag */
+    const char *help;
+};
+
+struct OptValue {
+    std::string name;
+    std::string value; /* empty for a flag */
+};
+
+/* Options in command-line order; order matters where an option opens a
+ * group (a signer of `sign`). */
+struct Args {
+    std::vector<OptValue> opts;
+    std::vector<std::string> positional;
+};
+
+struct Command {
+    const char *name;
+    const char *synopsis;
+    const char *description;
+    const OptSpec *opts;
+    size_t optCount;
+    uint32_t (*run)(const Args &args);
+};
+
+uint32_t ParseArgs(const Command &cmd, int argc, char **argv, Args *out);
+void PrintCommandHelp(const Command &cmd);
+/* Last value of an option, or null when it is absent. */
+const std::string *FindOpt(const Args &args, const char *name);
+bool HasFlag(const Args &args, const char *name);
+std::vector<std::string> FindAllOpts(const Args &args, const char *name);
+uint32_t RequireOpt(const Args &args, const char *name, const std::string **out);
+uint32_t ParseU64(const std::string &text, uint64_t *out);
+uint32_t ParseU32(const std::string &text, uint32_t *out);
+void Fail(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+
+/* ---- libcrypto handles ---------------------------------------------- */
+
+struct FreeX509 { void operator()(X509 *p) const { X509_free(p); } };
+struct FreeCrl { void operator()(X509_CRL *p) const { X509_CRL_free(p); } };
+struct FreePkey { void operator()(EVP_PKEY *p) const { EVP_PKEY_free(p); } };
+using X509Ptr = std::unique_ptr<X509, FreeX509>;
+using CrlPtr = std::unique_ptr<X509_CRL, FreeCrl>;
+using PkeyPtr = std::unique_ptr<EVP_PKEY, FreePkey>;
+
+/* ---- files and encodings -------------------------------------------- */
+
+uint32_t ReadFile(const std::string &path, Bytes *out);
+uint32_t WriteFile(const std::string &path, const Bytes &data);
+/* PEM armour with a chosen label, 64 characters a line, LF line ends. */
+Bytes PemArmour(const char *label, const Bytes &der);
+/* Every PEM block of a text: label and DER body, in order. */
+struct PemBlock {
+    std::string label;
+    Bytes der;
+};
+uint32_t PemBlocks(const Bytes &text, std::vector<PemBlock> *out);
+bool LooksLikePem(const Bytes &data);
+
+uint32_t LoadPrivateKey(const std::string &path, PkeyPtr *out);
+/* Private or public key: the public half is what a certificate needs. */
+uint32_t LoadAnyKey(const std::string &path, PkeyPtr *out);
+uint32_t LoadCert(const std::string &path, X509Ptr *out);
+uint32_t CertDer(X509 *cert, Bytes *out);
+uint32_t CrlDer(X509_CRL *crl, Bytes *out);
+/* Writes DER, or PEM under the given label when form is "pem". */
+uint32_t WriteForm(const std::string &path, const std::string *form, const char *pemLabel,
+                   const Bytes &der);
+const EVP_MD *DigestByName(const std::string &name);
+/* Validates "YYMMDDHHMMSSZ" (UTCTime) or "YYYYMMDDHHMMSSZ" (GeneralizedTime);
+ * the form of the text chooses the ASN.1 type. */
+bool IsTimeText(const std::string &text);
+uint32_t ParseSerial(const std::string &text, Bytes *asn1IntegerDer);
+
+/* ---- DER assembly ---------------------------------------------------- */
+
+void DerAppendHeader(Bytes &out, uint8_t tag, size_t len);
+Bytes DerTlv(uint8_t tag, const Bytes &content);
+Bytes DerCat(std::initializer_list<const Bytes *> parts);
+Bytes DerOid(const char *dotted);
+Bytes DerUint(uint64_t value);
+Bytes DerNull();
+Bytes DerOctets(const Bytes &content);
+Bytes DerTime(const std::string &text); /* UTCTime or GeneralizedTime by form */
+/* SET OF with the members sorted the way DER wants them. */
+Bytes DerSetOf(std::vector<Bytes> members);
+Bytes AlgId(const char *oid, bool nullParams);
+const char *DigestOid(const EVP_MD *md);
+
+constexpr uint8_t kTagInteger = 0x02;
+constexpr uint8_t kTagOctets = 0x04;
+constexpr uint8_t kTagSequence = 0x30;
+constexpr uint8_t kTagSet = 0x31;
+constexpr uint8_t kTagCtx0 = 0xA0; /* [0] constructed */
+constexpr uint8_t kTagCtx1 = 0xA1; /* [1] constructed */
+
+uint32_t Digest(const EVP_MD *md, const uint8_t *data, size_t len, Bytes *out);
+uint32_t RsaSign(EVP_PKEY *key, const EVP_MD *md, const Bytes &data, Bytes *sig);
+
+/* ---- commands --------------------------------------------------------- */
+
+uint32_t RunKey(const Args &args);
+uint32_t RunCert(const Args &args);
+uint32_t RunCrl(const Args &args);
+uint32_t RunCrlFile(const Args &args);
+uint32_t RunSign(const Args &args);
+uint32_t RunToken(const Args &args);
+uint32_t RunBody(const Args &args);
+uint32_t RunImage(const Args &args);
+
+extern const Command kKeyCommand;
+extern const Command kCertCommand;
+extern const Command kCrlCommand;
+extern const Command kCrlFileCommand;
+extern const Command kSignCommand;
+extern const Command kTokenCommand;
+extern const Command kBodyCommand;
+extern const Command kImageCommand;
+
+} // namespace forge
+
+#endif
