@@ -32,7 +32,7 @@ constexpr Table MakeTable()
 }
 
 constexpr Table kTable = MakeTable();
-static_assert(kTable.v['A'] == 0 && kTable.v['/'] == 63 && kTable.v['='] == kPad && kTable.v['-'] == kInvalid,
+static_assert(DecodeValue('A') == 0 && DecodeValue('/') == 63 && DecodeValue('=') == kPad && DecodeValue('-') == kInvalid,
               "alphabet");
 
 } // namespace
