@@ -1,0 +1,74 @@
+/* Collects the library's diagnostic records for a test. */
+#ifndef TESTS_ASN1_LOG_CAPTURE_H
+#define TESTS_ASN1_LOG_CAPTURE_H
+
+#include <gtest/gtest.h>
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+#include "services/log_sink.h"
+
+namespace logtest {
+
+struct Record {
+    uint32_t level;
+    std::string logName;
+    uint32_t line;
+    std::string function;
+    uint32_t code;
+    bool hasMessage;
+    std::string message;
+};
+
+inline std::vector<Record> &Records()
+{
+    static std::vector<Record> records;
+    return records;
+}
+
+inline void Observe(uint32_t level, const char *logName, uint32_t line, const char *function, uint32_t code,
+                    const char *message)
+{
+    Records().push_back(Record{level, logName != nullptr ? logName : "", line, function != nullptr ? function : "",
+                               code, message != nullptr, message != nullptr ? message : ""});
+}
+
+/* Functions named in the records, in order. */
+inline std::vector<std::string> Functions()
+{
+    std::vector<std::string> names;
+    for (const Record &r : Records()) {
+        names.push_back(r.function);
+    }
+    return names;
+}
+
+inline bool HasRecord(const std::string &function, uint32_t code, const std::string &message)
+{
+    for (const Record &r : Records()) {
+        if (r.function == function && r.code == code && r.message == message) {
+            return true;
+        }
+    }
+    return false;
+}
+
+class Captured : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        Records().clear();
+        VexaLogSetObserver(Observe);
+    }
+    void TearDown() override
+    {
+        VexaLogSetObserver(nullptr);
+        Records().clear();
+    }
+};
+
+} // namespace logtest
+
+#endif
