@@ -1,0 +1,103 @@
+/* Is a certificate trustworthy at the context's verification time: every
+ * certificate up its path within its validity, not revoked, ending in a
+ * self-signed certificate of the store. Re-entered for CRL signers, so the
+ * nesting is counted in the context. */
+#include "pki/pki.h"
+
+#include "verify/diagnostics.h"
+#include "verify/verify_ctx.h"
+#include "vexa/vexa_result.h"
+
+namespace {
+
+constexpr int32_t kMaxPathDepth = 10;
+
+} // namespace
+
+uint32_t InternalCheckCertDate(const VexaX509Cert *cert, int64_t time)
+{
+    int64_t notBefore = 0;
+    int64_t notAfter = 0;
+    uint32_t ret = VexaAsnTimeToEpoch(&cert->tbsCertificate.validity.notBefore, &notBefore);
+    if (ret != VEXA_OK) {
+        return ret;
+    }
+    ret = VexaAsnTimeToEpoch(&cert->tbsCertificate.validity.notAfter, &notAfter);
+    if (ret != VEXA_OK) {
+        return ret;
+    }
+    if (time < notBefore) {
+        return VEXA_ERR_NOT_YET_VALID;
+    }
+    if (time > notAfter) {
+        return VEXA_ERR_EXPIRED;
+    }
+    return VEXA_OK;
+}
+
+uint32_t InternalVerifyCertificate(VexaVerifyCtx *ctx, VexaX509Cert *cert, uint32_t crlMode, VexaX509Cert **next,
+                                   uint32_t *done)
+{
+    uint32_t ret = InternalCheckCertDate(cert, ctx->verifyTime);
+    if (ret != VEXA_OK) {
+        VEXA_LOG(VEXA_LOG_WARNING, ret,
+                        "Check date for certificate failed, verify may fail.");
+        return ret;
+    }
+    uint32_t selfSigned = 0;
+    ret = InternalCheckSelfSigned(cert, &selfSigned);
+    if (ret != VEXA_OK) {
+        return ret;
+    }
+    if (selfSigned == 1) {
+        *done = 1;
+        return VEXA_OK;
+    }
+    VexaX509Crl *crl = nullptr;
+    ret = InternalCheckCrlOfCert(ctx, cert, crlMode, &crl);
+    if (ret != VEXA_OK) {
+        return ret;
+    }
+    if (crl->tbsCertList.crlExtensions.issuingDistributionPoint.indirectCRL != 1) {
+        /* the CRL's signer shares the certificate's issuer name and its path
+         * has just been verified: nothing above is left to walk */
+        *done = 1;
+        return VEXA_OK;
+    }
+    VexaX509Cert *issuer = InternalFindIssuer(ctx, cert);
+    if (issuer == nullptr) {
+        return VEXA_ERR_NO_ROOT;
+    }
+    *next = issuer;
+    return VEXA_OK;
+}
+
+uint32_t VexaPkiVerifyCert(VexaVerifyCtx *ctx, VexaX509Cert *cert, uint32_t resetDepth, uint32_t crlMode,
+                           uint32_t *verdict)
+{
+    if (ctx == nullptr || cert == nullptr || verdict == nullptr) {
+        return VEXA_ERR_PARAM;
+    }
+    *verdict = 0;
+    if (resetDepth != 0) {
+        ctx->pathDepth = 0;
+    }
+    if (ctx->pathDepth > kMaxPathDepth) {
+        VEXA_LOG(VEXA_LOG_ERROR, 0,
+                        "The path of certificate is too deep.");
+        return VEXA_ERR_PATH_TOO_DEEP;
+    }
+    ctx->pathDepth++;
+    uint32_t ret = VEXA_OK;
+    uint32_t done = 0;
+    while (ret == VEXA_OK && done == 0 && cert != nullptr) {
+        VexaX509Cert *next = nullptr;
+        ret = InternalVerifyCertificate(ctx, cert, crlMode, &next, &done);
+        cert = next;
+    }
+    if (ret == VEXA_OK && done == 1) {
+        *verdict = 1;
+    }
+    ctx->pathDepth--;
+    return ret;
+}

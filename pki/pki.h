@@ -1,0 +1,64 @@
+/* The PKI of one verification context: store, path building, CRL selection
+ * and certificate verification. */
+#ifndef PKI_PKI_H
+#define PKI_PKI_H
+
+#include <stdint.h>
+
+#include "asn1/x509_signature.h"
+#include "vexa/vexa_asn1.h"
+#include "vexa/vexa_verify.h"
+
+struct VexaPkiStore {
+    VexaList certs;
+    VexaList crls;
+};
+
+/* keyUsage bits as the decoder stores them (first value octet) */
+constexpr uint32_t VEXA_KU_DIGITAL_SIGNATURE = 0x80;
+constexpr uint32_t VEXA_KU_KEY_CERT_SIGN = 0x04;
+constexpr uint32_t VEXA_KU_CRL_SIGN = 0x02;
+
+/* CRL candidate score bits */
+constexpr uint32_t VEXA_CRL_SCORE_INDIRECT = 0x10;
+constexpr uint32_t VEXA_CRL_SCORE_ISSUER = 0x20;
+constexpr uint32_t VEXA_CRL_SCORE_CURRENT = 0x40;
+constexpr uint32_t VEXA_CRL_SCORE_LISTED = 0x80;
+
+/* store */
+uint32_t VexaPkiCreateStore(VexaVerifyCtx *ctx);
+void VexaPkiFreeStore(VexaVerifyCtx *ctx);
+uint32_t VexaPkiAddCert(VexaVerifyCtx *ctx, VexaX509Cert *cert);
+uint32_t VexaPkiAddCrl(VexaVerifyCtx *ctx, VexaX509Crl *crl);
+int32_t VexaX509NameCompare(const VexaX509Name *a, const VexaX509Name *b);
+VexaX509Cert *VexaPkiFindCertByIssuerSerial(const VexaVerifyCtx *ctx, const VexaX509Name *issuer,
+                                            const VexaAsnOcts *serial);
+int32_t InternalIsCrlSigner(const VexaX509Crl *crl, const VexaX509Cert *cert);
+VexaX509Cert *VexaPkiFindCrlSigner(const VexaVerifyCtx *ctx, const VexaX509Crl *crl);
+
+/* path building */
+uint32_t InternalCheckSelfSigned(VexaX509Cert *cert, uint32_t *selfSigned);
+int32_t InternalCheckIssuer(VexaX509Cert *cert, VexaX509Cert *candidate);
+VexaX509Cert *InternalFindIssuer(const VexaVerifyCtx *ctx, VexaX509Cert *cert);
+VexaX509Cert *InternalFindCertRoot(const VexaVerifyCtx *ctx, VexaX509Cert *cert, int32_t depth);
+
+/* CRL selection and revocation */
+int32_t InternalCrlGetIssuerScore(const VexaVerifyCtx *ctx, const VexaX509Crl *crl, const VexaX509Cert *cert,
+                                  const VexaX509Cert *root, uint32_t *score);
+uint32_t InternalCrlGetScore(const VexaVerifyCtx *ctx, const VexaX509Crl *crl, const VexaX509Cert *cert,
+                             const VexaX509Cert *root);
+uint32_t InternalCollectCrls(const VexaVerifyCtx *ctx, const VexaX509Cert *cert, VexaList *candidates);
+int32_t InternalCompareCrlScore(const void *a, const void *b);
+VexaX509Crl *InternalFindBestCrlOfCert(VexaVerifyCtx *ctx, const VexaX509Cert *cert, uint32_t crlMode);
+uint32_t InternalCheckRevokedEntry(const VexaX509Cert *cert, int64_t time, uint32_t crlMode,
+                                   const VexaX509RevokedEntry *entry);
+uint32_t InternalCheckCrlOfCert(VexaVerifyCtx *ctx, const VexaX509Cert *cert, uint32_t crlMode, VexaX509Crl **used);
+
+/* certificate verification */
+uint32_t InternalCheckCertDate(const VexaX509Cert *cert, int64_t time);
+uint32_t InternalVerifyCertificate(VexaVerifyCtx *ctx, VexaX509Cert *cert, uint32_t crlMode, VexaX509Cert **next,
+                                   uint32_t *done);
+uint32_t VexaPkiVerifyCert(VexaVerifyCtx *ctx, VexaX509Cert *cert, uint32_t resetDepth, uint32_t crlMode,
+                           uint32_t *verdict);
+
+#endif

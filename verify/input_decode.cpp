@@ -1,0 +1,353 @@
+#include "verify/input_decode.h"
+
+#include <string.h>
+
+#include <kestrel/kestrel.h>
+
+#include "verify/base64.h"
+#include "verify/diagnostics.h"
+#include "verify/verify_ctx.h"
+#include "vexa/vexa_result.h"
+#include "vexa/vexa_services.h"
+
+namespace {
+
+constexpr char kBegin[] = "-----BEGIN";
+constexpr char kEnd[] = "-----END";
+constexpr char kDashes[] = "-----";
+constexpr char kCertBegin[] = "-----BEGIN CERTIFICATE-----";
+constexpr char kCertEnd[] = "-----END CERTIFICATE-----";
+constexpr char kCrlBegin[] = "-----BEGIN X509 CRL-----";
+constexpr char kCrlEnd[] = "-----END X509 CRL-----";
+constexpr char kCmsBegin[] = "-----BEGIN CMS-----";
+constexpr char kCmsEnd[] = "-----END CMS-----";
+constexpr char kPkcs7Begin[] = "-----BEGIN PKCS7-----";
+constexpr char kPkcs7End[] = "-----END PKCS7-----";
+/* Trailing bytes after the last DER record that are too few to be a record
+ * (padding of a fixed-size block) are not an error. */
+constexpr uint32_t kIgnoredTail = 32;
+
+constexpr size_t Len(const char *s)
+{
+    return __builtin_strlen(s);
+}
+
+bool StartsWith(const char *text, const char *prefix)
+{
+    return strncmp(text, prefix, Len(prefix)) == 0;
+}
+
+/* Finds the body between an opening marker and its closing marker. The text
+ * is NUL-terminated; the body is refused when it would start past the
+ * closing marker or be longer than the input it came from. */
+uint32_t LocateBody(const char *text, uint32_t length, size_t bodyOffset, const char *endMarker,
+                    uint32_t missingCode, const char **begin, const char **end)
+{
+    const char *close = strstr(text, endMarker);
+    if (close == nullptr) {
+        (void)VEXA_FAIL(missingCode);
+        return missingCode;
+    }
+    if (strnlen(text, bodyOffset) < bodyOffset || text + bodyOffset > close ||
+        static_cast<uint64_t>(close - (text + bodyOffset)) > length) {
+        (void)VEXA_FAIL(VEXA_ERR_INPUT_FORMAT);
+        return VEXA_ERR_INPUT_FORMAT;
+    }
+    *begin = text + bodyOffset;
+    *end = close;
+    return VEXA_OK;
+}
+
+/* The context keeps every DER buffer its records point into. */
+uint32_t KeepBuffer(VexaVerifyCtx *ctx, uint8_t *der)
+{
+    return VexaListAppend(&ctx->decodedBuffers, der);
+}
+
+void InternalPemAddCert(VexaVerifyCtx *ctx, const char *start, const char *end, VexaList *list)
+{
+    VexaX509Cert *cert = nullptr;
+    if (InternalPemDecodeCert(ctx, start, static_cast<uint32_t>(end - start), &cert) != VEXA_OK) {
+        return; /* a damaged block is skipped; the others still count */
+    }
+    if (list == nullptr || VexaListAppend(list, cert) != VEXA_OK) {
+        VexaX509FreeCert(cert);
+    }
+}
+
+void InternalPemAddCrl(VexaVerifyCtx *ctx, const char *start, const char *end, VexaList *list)
+{
+    VexaX509Crl *crl = nullptr;
+    if (InternalPemDecodeCrl(ctx, start, static_cast<uint32_t>(end - start), &crl) != VEXA_OK) {
+        return;
+    }
+    if (list == nullptr || VexaListAppend(list, crl) != VEXA_OK) {
+        VexaX509FreeCrl(crl);
+    }
+}
+
+} // namespace
+
+uint32_t InternalBase64Decode(const char *begin, const char *end, uint8_t **out, uint32_t *outLen)
+{
+    const uint32_t textLen = static_cast<uint32_t>(end - begin);
+    uint32_t size = 0;
+    uint32_t ret = VexaBase64Decode(begin, textLen, nullptr, &size);
+    if (ret != VEXA_OK) {
+        (void)VEXA_FAIL(ret);
+        return ret;
+    }
+    if (size == 0) {
+        (void)VEXA_FAIL(VEXA_ERR_INPUT_FORMAT);
+        return VEXA_ERR_INPUT_FORMAT;
+    }
+    uint8_t *der = nullptr;
+    ret = VexaMalloc(reinterpret_cast<void **>(&der), size);
+    if (ret != VEXA_OK) {
+        (void)VEXA_FAIL(ret);
+        return ret;
+    }
+    uint32_t written = size;
+    ret = VexaBase64Decode(begin, textLen, der, &written);
+    if (ret != VEXA_OK) {
+        (void)VEXA_FAIL(ret);
+        VexaFree(der);
+        return ret;
+    }
+    *out = der;
+    *outLen = written;
+    return VEXA_OK;
+}
+
+uint32_t InternalPemDecodeCert(VexaVerifyCtx *ctx, const char *text, uint32_t length, VexaX509Cert **out)
+{
+    if (!StartsWith(text, kCertBegin)) {
+        return VEXA_ERR_INPUT_FORMAT;
+    }
+    const char *begin = nullptr;
+    const char *end = nullptr;
+    /* the body starts after the marker and its one line-break character */
+    uint32_t ret = LocateBody(text, length, Len(kCertBegin) + 1, kCertEnd,
+                              VEXA_ERR_INPUT_FORMAT, &begin, &end);
+    if (ret != VEXA_OK) {
+        return ret;
+    }
+    uint8_t *der = nullptr;
+    uint32_t derLen = 0;
+    if (InternalBase64Decode(begin, end, &der, &derLen) != VEXA_OK) {
+        (void)VEXA_FAIL(VEXA_ERR_INPUT_FORMAT);
+        return VEXA_ERR_INPUT_FORMAT;
+    }
+    VexaX509Cert *cert = nullptr;
+    uint32_t consumed = 0;
+    ret = VexaX509DecodeCert(der, derLen, &cert, &consumed);
+    if (ret != VEXA_OK) {
+        (void)VEXA_FAIL(ret);
+        VexaX509FreeCert(cert);
+        VexaFree(der);
+        return ret;
+    }
+    ret = KeepBuffer(ctx, der);
+    if (ret != VEXA_OK) {
+        (void)VEXA_FAIL(ret);
+        VexaX509FreeCert(cert);
+        VexaFree(der);
+        *out = nullptr;
+        return ret;
+    }
+    *out = cert;
+    return VEXA_OK;
+}
+
+uint32_t InternalPemDecodeCrl(VexaVerifyCtx *ctx, const char *text, uint32_t length, VexaX509Crl **out)
+{
+    if (!StartsWith(text, kCrlBegin)) {
+        return VEXA_ERR_INPUT_FORMAT;
+    }
+    const char *begin = nullptr;
+    const char *end = nullptr;
+    uint32_t ret = LocateBody(text, length, Len(kCrlBegin), kCrlEnd, VEXA_ERR_INPUT_FORMAT,
+                              &begin, &end);
+    if (ret != VEXA_OK) {
+        return ret;
+    }
+    uint8_t *der = nullptr;
+    uint32_t derLen = 0;
+    if (InternalBase64Decode(begin, end, &der, &derLen) != VEXA_OK) {
+        (void)VEXA_FAIL(VEXA_ERR_INPUT_FORMAT);
+        return VEXA_ERR_INPUT_FORMAT;
+    }
+    VexaX509Crl *crl = nullptr;
+    uint32_t consumed = 0;
+    ret = VexaX509DecodeCrl(der, derLen, &crl, &consumed);
+    if (ret != VEXA_OK) {
+        (void)VEXA_FAIL(ret);
+        VexaX509FreeCrl(crl);
+        VexaFree(der);
+        return ret;
+    }
+    ret = KeepBuffer(ctx, der);
+    if (ret != VEXA_OK) {
+        (void)VEXA_FAIL(ret);
+        VexaX509FreeCrl(crl);
+        VexaFree(der);
+        *out = nullptr;
+        return ret;
+    }
+    *out = crl;
+    return VEXA_OK;
+}
+
+uint32_t InternalPemDecodeCms(VexaVerifyCtx *ctx, const char *text, uint32_t length, VexaPkcs7Content **out)
+{
+    const char *begin = nullptr;
+    const char *end = nullptr;
+    uint32_t ret;
+    if (StartsWith(text, kCmsBegin)) {
+        ret = LocateBody(text, length, Len(kCmsBegin), kCmsEnd, VEXA_ERR_INPUT_FORMAT, &begin,
+                         &end);
+    } else if (StartsWith(text, kPkcs7Begin)) {
+        ret = LocateBody(text, length, Len(kPkcs7Begin), kPkcs7End, VEXA_ERR_GENERIC, &begin,
+                         &end);
+    } else {
+        return VEXA_ERR_INPUT_FORMAT;
+    }
+    if (ret != VEXA_OK) {
+        return ret;
+    }
+    uint8_t *der = nullptr;
+    uint32_t derLen = 0;
+    ret = InternalBase64Decode(begin, end, &der, &derLen);
+    if (ret != VEXA_OK) {
+        (void)VEXA_FAIL(ret);
+        return ret;
+    }
+    VexaPkcs7Content *content = nullptr;
+    uint32_t consumed = 0;
+    ret = VexaPkcs7DecodeContent(der, derLen, &content, &consumed);
+    if (ret == VEXA_OK) {
+        ret = KeepBuffer(ctx, der);
+    }
+    if (ret != VEXA_OK) {
+        (void)VEXA_FAIL(ret);
+        VexaPkcs7FreeContent(content);
+        VexaFree(der);
+        *out = nullptr;
+        return ret;
+    }
+    *out = content;
+    return VEXA_OK;
+}
+
+uint32_t InternalDecodePemCertCrl(VexaVerifyCtx *ctx, const char *text, uint32_t length, VexaList *certs,
+                                  VexaList *crls)
+{
+    if (text == nullptr || length == 0) {
+        (void)VEXA_FAIL(VEXA_ERR_PARAM);
+        return VEXA_ERR_PARAM;
+    }
+    const char *p = strstr(text, kBegin);
+    while (p != nullptr) {
+        const char *label = p + Len(kBegin);
+        if (*label != '\0') {
+            label++; /* one separator */
+        }
+        const char *e = strstr(p, kEnd);
+        if (e == nullptr) {
+            (void)VEXA_FAIL(VEXA_ERR_INPUT_FORMAT);
+            return VEXA_ERR_INPUT_FORMAT;
+        }
+        const char *t = strstr(e + Len(kEnd), kDashes);
+        if (t == nullptr) {
+            (void)VEXA_FAIL(VEXA_ERR_INPUT_FORMAT);
+            return VEXA_ERR_INPUT_FORMAT;
+        }
+        const char *blockEnd = t + Len(kDashes);
+        if (StartsWith(label, "CERTIFICATE")) {
+            InternalPemAddCert(ctx, p, blockEnd, certs);
+        } else if (StartsWith(label, "X509 CRL")) {
+            InternalPemAddCrl(ctx, p, blockEnd, crls);
+        }
+        p = strstr(blockEnd, kBegin);
+    }
+    return VEXA_OK;
+}
+
+uint32_t InternalDecodeStreamCertCrl(VexaVerifyCtx *ctx, const uint8_t *data, uint32_t length, VexaList *certs,
+                                     VexaList *crls)
+{
+    uint8_t *copy = nullptr;
+    uint32_t ret = VexaMalloc(reinterpret_cast<void **>(&copy), length);
+    if (ret != VEXA_OK) {
+        return ret;
+    }
+    int copied = memcpy_s(copy, length, data, length);
+    if (copied != 0) {
+        (void)VEXA_FAIL(static_cast<uint32_t>(copied));
+        VexaFree(copy);
+        return static_cast<uint32_t>(copied);
+    }
+    ret = KeepBuffer(ctx, copy);
+    if (ret != VEXA_OK) {
+        VexaFree(copy);
+        return ret;
+    }
+    uint32_t pos = 0;
+    while (pos < length) {
+        const uint32_t left = length - pos;
+        uint32_t consumed = 0;
+        VexaX509Cert *cert = nullptr;
+        if (VexaX509DecodeCert(copy + pos, left, &cert, &consumed) == VEXA_OK) {
+            if (certs == nullptr) {
+                VexaX509FreeCert(cert);
+            } else if ((ret = VexaListAppend(certs, cert)) != VEXA_OK) {
+                (void)VEXA_FAIL(ret);
+                VexaX509FreeCert(cert);
+                return ret;
+            }
+        } else {
+            VexaX509Crl *crl = nullptr;
+            ret = VexaX509DecodeCrl(copy + pos, left, &crl, &consumed);
+            if (ret != VEXA_OK) {
+                return left <= kIgnoredTail ? VEXA_OK : ret;
+            }
+            if (crls == nullptr) {
+                VexaX509FreeCrl(crl);
+            } else if ((ret = VexaListAppend(crls, crl)) != VEXA_OK) {
+                (void)VEXA_FAIL(ret);
+                VexaX509FreeCrl(crl);
+                return ret;
+            }
+        }
+        if (consumed == 0 || consumed > left) {
+            return VEXA_OK; /* never loop in place or step past the end */
+        }
+        pos += consumed;
+    }
+    return VEXA_OK;
+}
+
+uint32_t InternalDecodeCertCrl(VexaVerifyCtx *ctx, const uint8_t *data, uint32_t length, VexaList *certs,
+                               VexaList *crls)
+{
+    if (length < VEXA_MIN_INPUT_LEN) {
+        return VEXA_ERR_INPUT_FORMAT;
+    }
+    if (memcmp(data, kBegin, Len(kBegin)) != 0) {
+        return InternalDecodeStreamCertCrl(ctx, data, length, certs, crls);
+    }
+    /* PEM markers are searched as strings: work on a terminated copy */
+    char *text = nullptr;
+    uint32_t ret = VexaMallocZero(reinterpret_cast<void **>(&text), length + 1);
+    if (ret != VEXA_OK) {
+        return ret;
+    }
+    int copied = memcpy_s(text, length + 1, data, length);
+    if (copied != 0) {
+        VexaFree(text);
+        return static_cast<uint32_t>(copied);
+    }
+    ret = InternalDecodePemCertCrl(ctx, text, length, certs, crls);
+    VexaFree(text);
+    return ret;
+}
