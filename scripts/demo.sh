@@ -1,34 +1,18 @@
 #!/usr/bin/env bash
-# Builds checktool and runs it on a demo image: operation 0 extracts the
-# image's CRL, operation 4 reads its NV counter. Shows exit statuses, output
-# files and the log lines each run added.
+# Builds checktool and runs all five operations on the committed demo
+# fixtures (made by forge/make_fixtures.sh): the CRL an image carries, CRL
+# comparison and integrity, image verification (a good image and one whose
+# signed content was changed by one byte), and the NV counter. Shows exit
+# statuses, output files and the log lines each run added.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 "$top/scripts/deps.sh"
 cmake -G Ninja -S "$top" -B "$top/build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build "$top/build" -j "$(nproc)" --target checktool
 tool="$top/build/bin/checktool"
+data="$top/tests/testdata"
 demo=$(mktemp -d /tmp/checktool-demo.XXXXXX)
 log=/var/log/upgradetool/upgrade_crl.log
-
-le32() { printf '\\x%02x\\x%02x\\x%02x\\x%02x' $(($1 & 255)) $(($1 >> 8 & 255)) $(($1 >> 16 & 255)) $(($1 >> 24 & 255)); }
-put() { # file, offset, bytes (printf escapes)
-  printf "$3" | dd of="$1" bs=1 seek="$2" conv=notrunc status=none
-}
-
-# A CMS image: 64 KiB header, a 4096-byte body ending in the NV counter
-# record (flag 0x5A5AA5A5, counter 7), and the three trailer blocks.
-img="$demo/demo.img"
-body=4096
-trailer=$((0x10000 + body + 32 - body % 16))
-crl="$top/tool/development_root_cert.der"   # stand-in bytes for the CRL block
-crl_len=$(stat -c %s "$crl")
-truncate -s $((trailer + 0x2810)) "$img"
-put "$img" $((0x460)) "$(le32 $body)"
-put "$img" $((0x490)) '\x55\xaa\x55\xaa\x34\x12\xcd\xab'
-put "$img" $((0x10000 + body - 8)) "$(le32 0x5A5AA5A5)$(le32 7)"
-put "$img" $((trailer + 0x280C)) "$(le32 "$crl_len")"
-cat "$crl" >> "$img"
 
 run() {
   local before=0
@@ -37,16 +21,31 @@ run() {
   set +e; "$tool" "$@"; local rc=$?; set -e
   echo "exit status: $rc"
   echo "new log lines:"
-  tail -n +$((before + 1)) "$log" | grep -v '^$' | sed 's/^/  /'
+  tail -n +$((before + 1)) "$log" | grep -v '^\r\?$' | sed 's/^/  /'
   echo
 }
 
-: > "$demo/crl.out"
-run 0 "$img" "$demo/crl.out"
-echo "crl.out: $(stat -c %s "$demo/crl.out") bytes, same as the CRL block: $(cmp -s "$crl" "$demo/crl.out" && echo yes || echo no)"
+echo "== operation 0: extract the CRL an image carries"
+: > "$demo/image.crl"
+run 0 "$data/images/valid.img" "$demo/image.crl"
+echo "image.crl: $(stat -c %s "$demo/image.crl") bytes"
 echo
-: > "$demo/nvcnt.out"
-run 4 0 "$img" "$demo/nvcnt.out"
-echo "nvcnt.out: $(cat "$demo/nvcnt.out")"
+
+echo "== operation 2: check one CRL file"
+run 2 "$demo/image.crl"
+
+echo "== operation 1: compare an update CRL file with the device's (the update is newer: verdict 1)"
+run 1 "$data/crlfiles/cmp_newer.der" "$data/crlfiles/good.der"
+
+echo "== operation 3: verify a signed image against a CRL file"
+run 3 "$data/crlfiles/good.der" "$data/images/valid.img"
+
+echo "== operation 3: the same image with one byte of its signed content changed"
+run 3 "$data/crlfiles/good.der" "$data/images/content_changed.img"
+
+echo "== operation 4: read the image's NV counter"
+: > "$demo/nvcnt.txt"
+run 4 0 "$data/images/valid.img" "$demo/nvcnt.txt"
+echo "nvcnt.txt: $(cat "$demo/nvcnt.txt")"
 echo
-echo "demo files are in $demo"
+echo "demo output files are in $demo"
