@@ -13,13 +13,13 @@ using pkitest::Bytes;
 const Bytes &Certificate()
 {
     static const Bytes der = [] {
-        pkitest::CertSpec spec;
-        spec.extensions = {{"basicConstraints", "critical,CA:TRUE"},
+        pkitest::CertSpec def;
+        def.extensions = {{"basicConstraints", "critical,CA:TRUE"},
                            {"keyUsage", "critical,keyCertSign,cRLSign"},
                            {"subjectKeyIdentifier", "hash"},
                            {"authorityKeyIdentifier", "keyid"},
                            {"extendedKeyUsage", "codeSigning"}};
-        return pkitest::MakeCert(spec);
+        return pkitest::MakeCert(def);
     }();
     return der;
 }
@@ -27,10 +27,10 @@ const Bytes &Certificate()
 const Bytes &Crl()
 {
     static const Bytes der = [] {
-        pkitest::CrlSpec spec;
-        spec.revoked = 20;
-        spec.indirect = true;
-        return pkitest::MakeCrl(spec);
+        pkitest::CrlSpec def;
+        def.revoked = 20;
+        def.indirect = true;
+        return pkitest::MakeCrl(def);
     }();
     return der;
 }
@@ -38,9 +38,9 @@ const Bytes &Crl()
 const Bytes &SignedData()
 {
     static const Bytes der = [] {
-        pkitest::CmsSpec spec;
-        spec.timeStampToken = pkitest::MakeToken(1717243200).der;
-        return pkitest::MakeCms(spec);
+        pkitest::CmsSpec def;
+        def.timeStampToken = pkitest::MakeToken(1717243200).der;
+        return pkitest::MakeCms(def);
     }();
     return der;
 }

@@ -47,19 +47,19 @@ uint32_t ParseArgs(const Command &cmd, int argc, char **argv, Args *out)
             name.resize(eq);
             inlineValue = true;
         }
-        const OptSpec *spec = FindSpec(cmd, name);
-        if (spec == nullptr) {
+        const OptSpec *def = FindSpec(cmd, name);
+        if (def == nullptr) {
             Fail("%s: unknown option --%s (see forge %s --help)", cmd.name, name.c_str(), cmd.name);
             return kErrUsage;
         }
-        if (spec->meta == nullptr) {
+        if (def->meta == nullptr) {
             if (inlineValue) {
                 Fail("%s: --%s takes no value", cmd.name, name.c_str());
                 return kErrUsage;
             }
         } else if (!inlineValue) {
             if (i + 1 >= argc) {
-                Fail("%s: --%s needs a value (%s)", cmd.name, name.c_str(), spec->meta);
+                Fail("%s: --%s needs a value (%s)", cmd.name, name.c_str(), def->meta);
                 return kErrUsage;
             }
             value = argv[++i];

@@ -36,10 +36,10 @@ inline EVP_PKEY *Key()
  * previous RDN (a multi-valued RDN). */
 using NameSpec = std::vector<std::pair<std::string, std::string>>;
 
-inline X509_NAME *MakeName(const NameSpec &spec)
+inline X509_NAME *MakeName(const NameSpec &def)
 {
     X509_NAME *name = X509_NAME_new();
-    for (const auto &rdn : spec) {
+    for (const auto &rdn : def) {
         const bool join = !rdn.first.empty() && rdn.first[0] == '+';
         const std::string field = join ? rdn.first.substr(1) : rdn.first;
         X509_NAME_add_entry_by_txt(name, field.c_str(), MBSTRING_UTF8,
@@ -61,38 +61,38 @@ struct CertSpec {
     EVP_PKEY *subjectKey = nullptr; /* null: the RSA key; the signature is always RSA */
 };
 
-inline X509 *BuildCert(const CertSpec &spec)
+inline X509 *BuildCert(const CertSpec &def)
 {
     X509 *x = X509_new();
-    X509_set_version(x, spec.version);
-    BIGNUM *bn = BN_bin2bn(spec.serial.data(), static_cast<int>(spec.serial.size()), nullptr);
+    X509_set_version(x, def.version);
+    BIGNUM *bn = BN_bin2bn(def.serial.data(), static_cast<int>(def.serial.size()), nullptr);
     ASN1_INTEGER *serial = BN_to_ASN1_INTEGER(bn, nullptr);
     X509_set_serialNumber(x, serial);
     ASN1_INTEGER_free(serial);
     BN_free(bn);
-    X509_NAME *subject = MakeName(spec.subject);
-    X509_NAME *issuer = MakeName(spec.issuer);
+    X509_NAME *subject = MakeName(def.subject);
+    X509_NAME *issuer = MakeName(def.issuer);
     X509_set_subject_name(x, subject);
     X509_set_issuer_name(x, issuer);
     X509_NAME_free(subject);
     X509_NAME_free(issuer);
     ASN1_TIME *t = ASN1_TIME_new();
-    ASN1_TIME_set_string_X509(t, spec.notBefore.c_str());
+    ASN1_TIME_set_string_X509(t, def.notBefore.c_str());
     X509_set1_notBefore(x, t);
-    ASN1_TIME_set_string_X509(t, spec.notAfter.c_str());
+    ASN1_TIME_set_string_X509(t, def.notAfter.c_str());
     X509_set1_notAfter(x, t);
     ASN1_TIME_free(t);
-    X509_set_pubkey(x, spec.subjectKey != nullptr ? spec.subjectKey : Key());
+    X509_set_pubkey(x, def.subjectKey != nullptr ? def.subjectKey : Key());
     X509V3_CTX ctx;
     X509V3_set_ctx(&ctx, x, x, nullptr, nullptr, 0);
-    for (const auto &e : spec.extensions) {
+    for (const auto &e : def.extensions) {
         X509_EXTENSION *ext = X509V3_EXT_conf(nullptr, &ctx, e.first.c_str(), e.second.c_str());
         if (ext != nullptr) {
             X509_add_ext(x, ext, -1);
             X509_EXTENSION_free(ext);
         }
     }
-    if (spec.unknownCriticalExtension) {
+    if (def.unknownCriticalExtension) {
         ASN1_OBJECT *obj = OBJ_txt2obj("1.3.6.1.4.1.99999.1", 1);
         ASN1_OCTET_STRING *value = ASN1_OCTET_STRING_new();
         const unsigned char content[] = {0x05, 0x00};
@@ -116,9 +116,9 @@ inline Bytes Der(X509 *x)
     return out;
 }
 
-inline Bytes MakeCert(const CertSpec &spec)
+inline Bytes MakeCert(const CertSpec &def)
 {
-    X509 *x = BuildCert(spec);
+    X509 *x = BuildCert(def);
     Bytes der = Der(x);
     X509_free(x);
     return der;
@@ -142,23 +142,23 @@ inline Bytes RevokedSerial(int i)
     return {0x80, static_cast<uint8_t>(i)};
 }
 
-inline Bytes MakeCrl(const CrlSpec &spec)
+inline Bytes MakeCrl(const CrlSpec &def)
 {
     X509_CRL *crl = X509_CRL_new();
-    if (spec.version2) {
+    if (def.version2) {
         X509_CRL_set_version(crl, 1);
     }
-    X509_NAME *issuer = MakeName(spec.issuer);
+    X509_NAME *issuer = MakeName(def.issuer);
     X509_CRL_set_issuer_name(crl, issuer);
     X509_NAME_free(issuer);
     ASN1_TIME *t = ASN1_TIME_new();
-    ASN1_TIME_set_string_X509(t, spec.lastUpdate.c_str());
+    ASN1_TIME_set_string_X509(t, def.lastUpdate.c_str());
     X509_CRL_set1_lastUpdate(crl, t);
-    if (!spec.nextUpdate.empty()) {
-        ASN1_TIME_set_string_X509(t, spec.nextUpdate.c_str());
+    if (!def.nextUpdate.empty()) {
+        ASN1_TIME_set_string_X509(t, def.nextUpdate.c_str());
         X509_CRL_set1_nextUpdate(crl, t);
     }
-    for (int i = 0; i < spec.revoked; i++) {
+    for (int i = 0; i < def.revoked; i++) {
         X509_REVOKED *r = X509_REVOKED_new();
         const Bytes serialBytes = RevokedSerial(i);
         BIGNUM *bn = BN_bin2bn(serialBytes.data(), static_cast<int>(serialBytes.size()), nullptr);
@@ -168,22 +168,22 @@ inline Bytes MakeCrl(const CrlSpec &spec)
         BN_free(bn);
         ASN1_TIME_set_string_X509(t, "20240515000000Z");
         X509_REVOKED_set_revocationDate(r, t);
-        if (spec.reason >= 0) {
+        if (def.reason >= 0) {
             ASN1_ENUMERATED *e = ASN1_ENUMERATED_new();
-            ASN1_ENUMERATED_set(e, spec.reason);
+            ASN1_ENUMERATED_set(e, def.reason);
             X509_REVOKED_add1_ext_i2d(r, NID_crl_reason, e, 0, 0);
             ASN1_ENUMERATED_free(e);
         }
         X509_CRL_add0_revoked(crl, r);
     }
     ASN1_TIME_free(t);
-    if (spec.crlNumber) {
+    if (def.crlNumber) {
         ASN1_INTEGER *number = ASN1_INTEGER_new();
         ASN1_INTEGER_set(number, 42);
         X509_CRL_add1_ext_i2d(crl, NID_crl_number, number, 0, 0);
         ASN1_INTEGER_free(number);
     }
-    if (spec.indirect) {
+    if (def.indirect) {
         ISSUING_DIST_POINT *idp = ISSUING_DIST_POINT_new();
         /* as the configuration parser sets them: DER TRUE is 0xFF */
         idp->indirectCRL = 0xFF;
@@ -225,7 +225,7 @@ inline const std::string &SignedContent()
     return content;
 }
 
-inline Bytes MakeCms(const CmsSpec &spec)
+inline Bytes MakeCms(const CmsSpec &def)
 {
     CertSpec signerSpec;
     signerSpec.subject = {{"CN", "Code Signer"}};
@@ -234,29 +234,29 @@ inline Bytes MakeCms(const CmsSpec &spec)
                              {"subjectKeyIdentifier", "hash"}};
     X509 *signer = BuildCert(signerSpec);
     STACK_OF(X509) *extra = sk_X509_new_null();
-    for (int i = 0; i < spec.extraCerts; i++) {
+    for (int i = 0; i < def.extraCerts; i++) {
         CertSpec s;
         s.serial = {static_cast<uint8_t>(0x40 + i)};
         sk_X509_push(extra, BuildCert(s));
     }
     unsigned int flags = CMS_DETACHED | CMS_BINARY | CMS_PARTIAL;
-    if (!spec.includeSigner) {
+    if (!def.includeSigner) {
         flags |= CMS_NOCERTS;
     }
     CMS_ContentInfo *cms = CMS_sign(nullptr, nullptr, extra, nullptr, flags);
-    unsigned int signerFlags = CMS_BINARY | (spec.signedAttrs ? 0 : CMS_NOATTR) |
-                               (spec.keyIdentifier ? CMS_USE_KEYID : 0) | (spec.includeSigner ? 0 : CMS_NOCERTS);
+    unsigned int signerFlags = CMS_BINARY | (def.signedAttrs ? 0 : CMS_NOATTR) |
+                               (def.keyIdentifier ? CMS_USE_KEYID : 0) | (def.includeSigner ? 0 : CMS_NOCERTS);
     std::vector<CMS_SignerInfo *> infos;
-    for (int i = 0; i < spec.signers; i++) {
+    for (int i = 0; i < def.signers; i++) {
         /* the certificate goes in once, whatever the number of signers */
         infos.push_back(CMS_add1_signer(cms, signer, Key(), EVP_sha256(), signerFlags | (i > 0 ? CMS_NOCERTS : 0)));
     }
     BIO *data = BIO_new_mem_buf(SignedContent().data(), static_cast<int>(SignedContent().size()));
     CMS_final(cms, data, nullptr, flags & ~CMS_PARTIAL);
     BIO_free(data);
-    if (!spec.timeStampToken.empty() && !infos.empty() && infos[0] != nullptr) {
+    if (!def.timeStampToken.empty() && !infos.empty() && infos[0] != nullptr) {
         CMS_unsigned_add1_attr_by_NID(infos[0], NID_id_smime_aa_timeStampToken, V_ASN1_SEQUENCE,
-                                      spec.timeStampToken.data(), static_cast<int>(spec.timeStampToken.size()));
+                                      def.timeStampToken.data(), static_cast<int>(def.timeStampToken.size()));
     }
     Bytes der = CmsDer(cms);
     CMS_ContentInfo_free(cms);

@@ -74,13 +74,13 @@ Bytes ModulusOfKey()
 
 TEST(CertificateRecord, HoldsTheFieldsLibcryptoWrote)
 {
-    pkitest::CertSpec spec;
-    spec.serial = {0x9A, 0x00, 0x01}; /* high bit set: encoded with a sign octet */
-    spec.extensions = {{"basicConstraints", "critical,CA:TRUE"},
+    pkitest::CertSpec def;
+    def.serial = {0x9A, 0x00, 0x01}; /* high bit set: encoded with a sign octet */
+    def.extensions = {{"basicConstraints", "critical,CA:TRUE"},
                        {"keyUsage", "critical,keyCertSign,cRLSign"},
                        {"subjectKeyIdentifier", "hash"},
                        {"extendedKeyUsage", "codeSigning"}};
-    std::unique_ptr<CertHolder> h = DecodeCert(pkitest::MakeCert(spec));
+    std::unique_ptr<CertHolder> h = DecodeCert(pkitest::MakeCert(def));
     ASSERT_EQ(h->code, VEXA_OK);
     const VexaX509Cert &c = *h->cert;
     EXPECT_EQ(c.refCount, 1u);
@@ -88,7 +88,7 @@ TEST(CertificateRecord, HoldsTheFieldsLibcryptoWrote)
     EXPECT_EQ(h->consumed, h->der.size());
 
     const VexaX509TbsCert &tbs = c.tbsCertificate;
-    EXPECT_EQ(View(tbs.serialNumber), spec.serial);
+    EXPECT_EQ(View(tbs.serialNumber), def.serial);
     EXPECT_EQ(Rdns(tbs.issuer), (std::vector<std::string>{"168=XX", "164=Example", "161=Example Root"}));
     EXPECT_EQ(Rdns(tbs.subject), (std::vector<std::string>{"168=XX", "164=Example", "161=Leaf"}));
     EXPECT_EQ(tbs.subject.rdns[2].attrs[0].value.tagNumber, 12u) << "the string keeps its type";
@@ -113,7 +113,7 @@ TEST(CertificateRecord, HoldsTheFieldsLibcryptoWrote)
     EXPECT_EQ(c.tbsCertificateRaw.data, h->der.data() + 4);
     EXPECT_EQ(c.tbsCertificateRaw.data[0], 0x30);
     EXPECT_EQ(c.tbsCertificateRaw.tagNumber, 16u);
-    X509 *x = pkitest::BuildCert(spec);
+    X509 *x = pkitest::BuildCert(def);
     unsigned char *tbsDer = nullptr;
     const int tbsLen = i2d_re_X509_tbs(x, &tbsDer);
     EXPECT_EQ(static_cast<int>(c.tbsCertificateRaw.len), tbsLen);
@@ -147,10 +147,10 @@ TEST(CertificateRecord, TakesOnlyBasicConstraintsKeyUsageAndTheFirstPurpose)
          false, 0, 0x04, 0},
     };
     for (const auto &c : cases) {
-        pkitest::CertSpec spec;
-        spec.extensions = c.extensions;
-        spec.unknownCriticalExtension = c.unknownCritical;
-        std::unique_ptr<CertHolder> h = DecodeCert(pkitest::MakeCert(spec));
+        pkitest::CertSpec def;
+        def.extensions = c.extensions;
+        def.unknownCriticalExtension = c.unknownCritical;
+        std::unique_ptr<CertHolder> h = DecodeCert(pkitest::MakeCert(def));
         ASSERT_EQ(h->code, VEXA_OK) << c.name;
         const VexaX509Extensions &e = h->cert->tbsCertificate.extensions;
         EXPECT_EQ(e.basicConstraintsCa, c.ca) << c.name;
@@ -161,20 +161,20 @@ TEST(CertificateRecord, TakesOnlyBasicConstraintsKeyUsageAndTheFirstPurpose)
 
 pkitest::NameSpec ManyRdns(int n)
 {
-    pkitest::NameSpec spec;
+    pkitest::NameSpec def;
     for (int i = 0; i < n; i++) {
-        spec.push_back({"OU", "unit " + std::to_string(i)});
+        def.push_back({"OU", "unit " + std::to_string(i)});
     }
-    return spec;
+    return def;
 }
 
 pkitest::NameSpec OneRdnOf(int n)
 {
-    pkitest::NameSpec spec = {{"CN", "first"}};
+    pkitest::NameSpec def = {{"CN", "first"}};
     for (int i = 1; i < n; i++) {
-        spec.push_back({"+OU", "unit " + std::to_string(i)});
+        def.push_back({"+OU", "unit " + std::to_string(i)});
     }
-    return spec;
+    return def;
 }
 
 TEST(CertificateRecord, RefusesWhatItsCapacitiesAndRulesExclude)
@@ -198,11 +198,11 @@ TEST(CertificateRecord, RefusesWhatItsCapacitiesAndRulesExclude)
         {"an EC key is no RSAPublicKey", 2, {{"CN", "ec"}}, ecKey, VEXA_ERR_ASN_TAG, 0},
     };
     for (const auto &c : cases) {
-        pkitest::CertSpec spec;
-        spec.version = c.version;
-        spec.subject = c.subject;
-        spec.subjectKey = c.subjectKey;
-        std::unique_ptr<CertHolder> h = DecodeCert(pkitest::MakeCert(spec));
+        pkitest::CertSpec def;
+        def.version = c.version;
+        def.subject = c.subject;
+        def.subjectKey = c.subjectKey;
+        std::unique_ptr<CertHolder> h = DecodeCert(pkitest::MakeCert(def));
         EXPECT_EQ(h->code, c.code) << c.name;
         if (c.code == VEXA_OK) {
             EXPECT_EQ(h->cert->tbsCertificate.subject.count, c.rdns) << c.name;
@@ -280,10 +280,10 @@ void Mangle(const Bytes &der, Decode decode)
 
 TEST(DecoderRobustness, TruncatedOrCorruptedInputFailsCleanly)
 {
-    pkitest::CertSpec spec;
-    spec.extensions = {{"basicConstraints", "critical,CA:TRUE"}, {"keyUsage", "keyCertSign"},
+    pkitest::CertSpec def;
+    def.extensions = {{"basicConstraints", "critical,CA:TRUE"}, {"keyUsage", "keyCertSign"},
                        {"extendedKeyUsage", "codeSigning"}};
-    Mangle(pkitest::MakeCert(spec), [](const uint8_t *p, uint32_t n) {
+    Mangle(pkitest::MakeCert(def), [](const uint8_t *p, uint32_t n) {
         VexaX509Cert *c = nullptr;
         uint32_t used = 0;
         const uint32_t code = VexaX509DecodeCert(p, n, &c, &used);
@@ -320,10 +320,10 @@ struct CrlHolder {
     ~CrlHolder() { VexaX509FreeCrl(crl); }
 };
 
-std::unique_ptr<CrlHolder> DecodeCrl(const pkitest::CrlSpec &spec)
+std::unique_ptr<CrlHolder> DecodeCrl(const pkitest::CrlSpec &def)
 {
     std::unique_ptr<CrlHolder> h(new CrlHolder);
-    h->der = pkitest::MakeCrl(spec);
+    h->der = pkitest::MakeCrl(def);
     uint32_t consumed = 0;
     h->code = VexaX509DecodeCrl(h->der.data(), static_cast<uint32_t>(h->der.size()), &h->crl, &consumed);
     if (h->code == VEXA_OK) {
@@ -334,10 +334,10 @@ std::unique_ptr<CrlHolder> DecodeCrl(const pkitest::CrlSpec &spec)
 
 TEST(CrlRecord, HoldsTheFieldsLibcryptoWrote)
 {
-    pkitest::CrlSpec spec;
-    spec.revoked = 3;
-    spec.indirect = true;
-    std::unique_ptr<CrlHolder> h = DecodeCrl(spec);
+    pkitest::CrlSpec def;
+    def.revoked = 3;
+    def.indirect = true;
+    std::unique_ptr<CrlHolder> h = DecodeCrl(def);
     ASSERT_EQ(h->code, VEXA_OK);
     const VexaX509Crl &crl = *h->crl;
     EXPECT_EQ(crl.refCount, 1u);
@@ -386,13 +386,13 @@ TEST(CrlRecord, DecodesWithinItsCapacitiesAndRequiredFields)
         {"no version", 2, 1, false, "20240701000000Z", false, VEXA_ERR_ASN_TAG},
     };
     for (const auto &c : cases) {
-        pkitest::CrlSpec spec;
-        spec.revoked = c.revoked;
-        spec.reason = c.reason;
-        spec.version2 = c.version2;
-        spec.nextUpdate = c.nextUpdate;
-        spec.crlNumber = c.crlNumber;
-        std::unique_ptr<CrlHolder> h = DecodeCrl(spec);
+        pkitest::CrlSpec def;
+        def.revoked = c.revoked;
+        def.reason = c.reason;
+        def.version2 = c.version2;
+        def.nextUpdate = c.nextUpdate;
+        def.crlNumber = c.crlNumber;
+        std::unique_ptr<CrlHolder> h = DecodeCrl(def);
         EXPECT_EQ(h->code, c.code) << c.name;
         if (c.code != VEXA_OK) {
             continue;
@@ -472,7 +472,7 @@ TEST(SignedDataRecord, DecodesWithinItsCapacities)
 {
     const struct {
         const char *name;
-        pkitest::CmsSpec spec;
+        pkitest::CmsSpec def;
         uint32_t code;
         uint32_t certs;
     } cases[] = {
@@ -484,7 +484,7 @@ TEST(SignedDataRecord, DecodesWithinItsCapacities)
         {"signer named by key identifier", {1, 0, true, true, true, {}}, VEXA_ERR_CMS_DECODE, 0},
     };
     for (const auto &c : cases) {
-        std::unique_ptr<CmsHolder> h = DecodeCms(pkitest::MakeCms(c.spec));
+        std::unique_ptr<CmsHolder> h = DecodeCms(pkitest::MakeCms(c.def));
         EXPECT_EQ(h->code, c.code) << c.name;
         if (c.code != VEXA_OK) {
             continue;
@@ -493,7 +493,7 @@ TEST(SignedDataRecord, DecodesWithinItsCapacities)
         EXPECT_EQ(sd.decodedCerts.count, c.certs) << c.name;
         EXPECT_EQ(sd.certificates.count, c.certs) << c.name;
         const VexaPkcs7SignerInfo &si = sd.signerInfos.signers[0];
-        if (!c.spec.signedAttrs) {
+        if (!c.def.signedAttrs) {
             EXPECT_EQ(si.signedAttrsRaw.data, nullptr) << c.name;
             EXPECT_EQ(si.signedAttrs.messageDigest.data, nullptr) << c.name;
             EXPECT_EQ(si.signature.len, 256u) << c.name;
@@ -564,12 +564,12 @@ TEST(TimestampRecord, DecodesATokenAndItsTstInfo)
 
 TEST(TimestampRecord, SignerKeepsTheWholeTokenAsUnsignedAttribute)
 {
-    pkitest::CmsSpec spec;
-    spec.timeStampToken = pkitest::MakeToken(1717243200).der;
-    std::unique_ptr<CmsHolder> h = DecodeCms(pkitest::MakeCms(spec));
+    pkitest::CmsSpec def;
+    def.timeStampToken = pkitest::MakeToken(1717243200).der;
+    std::unique_ptr<CmsHolder> h = DecodeCms(pkitest::MakeCms(def));
     ASSERT_EQ(h->code, VEXA_OK);
     const VexaAsnOcts &token = h->content->content.signerInfos.signers[0].unsignedAttrs.timeStampToken;
-    EXPECT_EQ(View(token), spec.timeStampToken) << "identifier and length included";
+    EXPECT_EQ(View(token), def.timeStampToken) << "identifier and length included";
     VexaPkcs7Content *again = nullptr;
     uint32_t used = 0;
     EXPECT_EQ(VexaPkcs7DecodeContent(token.data, token.len, &again, &used), VEXA_OK);

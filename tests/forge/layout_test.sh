@@ -62,8 +62,8 @@ check_image() { # label, image, body, signature, content, crl
 head -c 100 /dev/urandom > "$work/sig.bin"
 head -c 50 /dev/urandom > "$work/content.bin"
 head -c 30 /dev/urandom > "$work/crl.bin"
-for spec in 0x1000:0x11020 0x1001:0x11020 0x100F:0x11020 0x1010:0x11030 0:0x10020; do
-  L=$((${spec%%:*}))
+for pair in 0x1000:0x11020 0x1001:0x11020 0x100F:0x11020 0x1010:0x11030 0:0x10020; do
+  L=$((${pair%%:*}))
   forget "$work/body.bin"
   forget "$work/img"
   "$forge" body --size "$L" --out "$work/body.bin" &&
@@ -71,7 +71,7 @@ for spec in 0x1000:0x11020 0x1001:0x11020 0x100F:0x11020 0x1010:0x11030 0:0x1002
       --content "$work/content.bin" --crl "$work/crl.bin" --out "$work/img" ||
     { fail "forge image failed for L=$L"; continue; }
   trailer "$L"
-  expect_eq "L=$L trailer" "$R" $((${spec##*:}))
+  expect_eq "L=$L trailer" "$R" $((${pair##*:}))
   check_image "L=$L" "$work/img" "$work/body.bin" "$work/sig.bin" "$work/content.bin" "$work/crl.bin"
 done
 

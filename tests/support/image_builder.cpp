@@ -17,25 +17,25 @@ uint64_t TrailerOf(uint32_t bodyLen)
     return 0x10000ull + bodyLen + 32 - bodyLen % 16;
 }
 
-Bytes BuildImage(const ImageSpec &spec)
+Bytes BuildImage(const ImageSpec &def)
 {
-    const uint64_t t = TrailerOf(spec.bodyLen);
+    const uint64_t t = TrailerOf(def.bodyLen);
     Bytes b(t + 0x2810, 0);
-    PutLe32(b, 0x460, spec.bodyLen);
-    if (spec.magic) {
+    PutLe32(b, 0x460, def.bodyLen);
+    if (def.magic) {
         const unsigned char magic[8] = {0x55, 0xAA, 0x55, 0xAA, 0x34, 0x12, 0xCD, 0xAB};
         std::copy(magic, magic + 8, b.begin() + 0x490);
     }
-    if (spec.bodyLen >= 8) {
-        PutLe32(b, 0x10000 + spec.bodyLen - 8, spec.nvFlag);
-        PutLe32(b, 0x10000 + spec.bodyLen - 4, spec.nvCounter);
+    if (def.bodyLen >= 8) {
+        PutLe32(b, 0x10000 + def.bodyLen - 8, def.nvFlag);
+        PutLe32(b, 0x10000 + def.bodyLen - 4, def.nvCounter);
     }
-    PutLe32(b, t + 12, static_cast<uint32_t>(spec.signature.size()));
-    std::copy(spec.signature.begin(), spec.signature.end(), b.begin() + t + 16);
-    PutLe32(b, t + 0x200C, static_cast<uint32_t>(spec.content.size()));
-    std::copy(spec.content.begin(), spec.content.end(), b.begin() + t + 0x2010);
-    PutLe32(b, t + 0x280C, static_cast<uint32_t>(spec.crl.size()));
-    b.insert(b.end(), spec.crl.begin(), spec.crl.end());
+    PutLe32(b, t + 12, static_cast<uint32_t>(def.signature.size()));
+    std::copy(def.signature.begin(), def.signature.end(), b.begin() + t + 16);
+    PutLe32(b, t + 0x200C, static_cast<uint32_t>(def.content.size()));
+    std::copy(def.content.begin(), def.content.end(), b.begin() + t + 0x2010);
+    PutLe32(b, t + 0x280C, static_cast<uint32_t>(def.crl.size()));
+    b.insert(b.end(), def.crl.begin(), def.crl.end());
     return b;
 }
 

@@ -72,28 +72,28 @@ void AddExt(X509 *cert, X509 *issuer, int nid, const std::string &value)
 
 } // namespace
 
-Cert MakeCert(const CertSpec &spec)
+Cert MakeCert(const CertSpec &def)
 {
     X509 *cert = X509_new();
     X509_set_version(cert, 2);
-    ASN1_INTEGER_set(X509_get_serialNumber(cert), spec.serial);
-    X509_NAME *subject = ParseName(spec.subject);
+    ASN1_INTEGER_set(X509_get_serialNumber(cert), def.serial);
+    X509_NAME *subject = ParseName(def.subject);
     X509_set_subject_name(cert, subject);
-    X509_set_issuer_name(cert, spec.issuer ? X509_get_subject_name(spec.issuer) : subject);
+    X509_set_issuer_name(cert, def.issuer ? X509_get_subject_name(def.issuer) : subject);
     X509_NAME_free(subject);
-    ASN1_TIME *nb = Time(spec.notBefore, spec.generalizedTime);
-    ASN1_TIME *na = Time(spec.notAfter, spec.generalizedTime);
+    ASN1_TIME *nb = Time(def.notBefore, def.generalizedTime);
+    ASN1_TIME *na = Time(def.notAfter, def.generalizedTime);
     X509_set1_notBefore(cert, nb);
     X509_set1_notAfter(cert, na);
     ASN1_TIME_free(nb);
     ASN1_TIME_free(na);
-    EVP_PKEY *key = spec.key ? spec.key : SharedKey(2048);
+    EVP_PKEY *key = def.key ? def.key : SharedKey(2048);
     X509_set_pubkey(cert, key);
-    X509 *issuer = spec.issuer ? spec.issuer : cert;
-    if (spec.ca >= 0) {
-        AddExt(cert, issuer, NID_basic_constraints, spec.ca ? "critical,CA:TRUE" : "critical,CA:FALSE");
+    X509 *issuer = def.issuer ? def.issuer : cert;
+    if (def.ca >= 0) {
+        AddExt(cert, issuer, NID_basic_constraints, def.ca ? "critical,CA:TRUE" : "critical,CA:FALSE");
     }
-    if (spec.keyUsage >= 0) {
+    if (def.keyUsage >= 0) {
         static const struct {
             int bit;
             const char *name;
@@ -103,7 +103,7 @@ Cert MakeCert(const CertSpec &spec)
                      {KU_CRL_SIGN, "cRLSign"}};
         std::string value = "critical";
         for (const auto &b : kBits) {
-            if (spec.keyUsage & b.bit) {
+            if (def.keyUsage & b.bit) {
                 value += std::string(",") + b.name;
             }
         }
@@ -111,31 +111,31 @@ Cert MakeCert(const CertSpec &spec)
             AddExt(cert, issuer, NID_key_usage, value);
         }
     }
-    if (!spec.extKeyUsage.empty()) {
+    if (!def.extKeyUsage.empty()) {
         std::string value;
-        for (int nid : spec.extKeyUsage) {
+        for (int nid : def.extKeyUsage) {
             value += (value.empty() ? "" : ",") + std::string(OBJ_nid2sn(nid));
         }
         AddExt(cert, issuer, NID_ext_key_usage, value);
     }
-    X509_sign(cert, spec.issuerKey ? spec.issuerKey : key, spec.md ? spec.md : EVP_sha256());
+    X509_sign(cert, def.issuerKey ? def.issuerKey : key, def.md ? def.md : EVP_sha256());
     return Cert(cert);
 }
 
-Crl MakeCrl(const CrlSpec &spec)
+Crl MakeCrl(const CrlSpec &def)
 {
     X509_CRL *crl = X509_CRL_new();
     X509_CRL_set_version(crl, 1);
-    X509_CRL_set_issuer_name(crl, X509_get_subject_name(spec.issuer));
-    ASN1_TIME *tu = Time(spec.thisUpdate, false);
+    X509_CRL_set_issuer_name(crl, X509_get_subject_name(def.issuer));
+    ASN1_TIME *tu = Time(def.thisUpdate, false);
     X509_CRL_set1_lastUpdate(crl, tu);
     ASN1_TIME_free(tu);
-    if (spec.nextUpdate != 0) {
-        ASN1_TIME *nu = Time(spec.nextUpdate, false);
+    if (def.nextUpdate != 0) {
+        ASN1_TIME *nu = Time(def.nextUpdate, false);
         X509_CRL_set1_nextUpdate(crl, nu);
         ASN1_TIME_free(nu);
     }
-    for (const auto &r : spec.revoked) {
+    for (const auto &r : def.revoked) {
         X509_REVOKED *rev = X509_REVOKED_new();
         ASN1_INTEGER *serial = ASN1_INTEGER_new();
         ASN1_INTEGER_set(serial, r.serial);
@@ -152,14 +152,14 @@ Crl MakeCrl(const CrlSpec &spec)
         }
         X509_CRL_add0_revoked(crl, rev);
     }
-    if (spec.indirect) {
+    if (def.indirect) {
         ISSUING_DIST_POINT *idp = ISSUING_DIST_POINT_new();
         idp->indirectCRL = 0xFF; /* DER TRUE; OpenSSL writes the int as given */
         X509_CRL_add1_ext_i2d(crl, NID_issuing_distribution_point, idp, 1, 0);
         ISSUING_DIST_POINT_free(idp);
     }
     X509_CRL_sort(crl);
-    X509_CRL_sign(crl, spec.issuerKey, spec.md ? spec.md : EVP_sha256());
+    X509_CRL_sign(crl, def.issuerKey, def.md ? def.md : EVP_sha256());
     return Crl(crl);
 }
 

@@ -54,7 +54,7 @@ struct CertSpec {
     EVP_PKEY *issuerKey = nullptr;
 };
 
-Cert MakeCert(const CertSpec &spec);
+Cert MakeCert(const CertSpec &def);
 
 struct RevokedSpec {
     long serial;
@@ -72,7 +72,7 @@ struct CrlSpec {
     const EVP_MD *md = nullptr;
 };
 
-Crl MakeCrl(const CrlSpec &spec);
+Crl MakeCrl(const CrlSpec &def);
 
 Bytes Der(X509 *cert);
 Bytes Der(X509_CRL *crl);

@@ -81,25 +81,25 @@ TEST_F(CliTest, VerifyTakesTheCrlPathFirst)
 
 TEST_F(CliTest, ExtractsTheCrlBlockExactly)
 {
-    ImageSpec spec;
-    spec.crl = Bytes(300, 0x5C);
-    WriteFile("img", BuildImage(spec));
+    ImageSpec def;
+    def.crl = Bytes(300, 0x5C);
+    WriteFile("img", BuildImage(def));
     WriteFile("out", std::string(1000, 'o'));
     RunResult r = Tool({"0", "img", "out"});
     EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(testenv::ReadBytes("out"), spec.crl) << "an existing output is overwritten with the CRL bytes only";
+    EXPECT_EQ(testenv::ReadBytes("out"), def.crl) << "an existing output is overwritten with the CRL bytes only";
 
-    spec.crl.clear();
-    WriteFile("img", BuildImage(spec));
+    def.crl.clear();
+    WriteFile("img", BuildImage(def));
     EXPECT_EQ(Tool({"0", "img", "out"}).status, 0);
     EXPECT_EQ(ReadFile("out"), "") << "a CRL block of length 0 gives an empty file";
 }
 
 TEST_F(CliTest, ExtractFailuresStackFromTheInsideOut)
 {
-    ImageSpec spec;
-    spec.magic = false;
-    WriteFile("img", BuildImage(spec));
+    ImageSpec def;
+    def.magic = false;
+    WriteFile("img", BuildImage(def));
     WriteFile("out", std::string("keep"));
     RunResult r = Tool({"0", "img", "out"});
     EXPECT_EQ(r.status, 1);

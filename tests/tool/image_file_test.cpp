@@ -31,16 +31,16 @@ TEST(ImageLayout, TrailerSitsOnTheSecondSixteenByteBoundaryAfterTheBody)
         uint64_t trailer;
     } cases[] = {{0x1000, 0x11020}, {0x1001, 0x11020}, {0x100F, 0x11020}, {0x1010, 0x11030}, {0, 0x10020}};
     for (const auto &c : cases) {
-        ImageSpec spec;
-        spec.bodyLen = c.bodyLen;
-        Bytes img = BuildImage(spec);
+        ImageSpec def;
+        def.bodyLen = c.bodyLen;
+        Bytes img = BuildImage(def);
         CmsFileInfo info;
         ASSERT_EQ(Locate(img, &info), VEXA_OK) << c.bodyLen;
         EXPECT_EQ(info.signatureBlock - img.data(), static_cast<ptrdiff_t>(c.trailer));
         EXPECT_EQ(info.content - img.data(), static_cast<ptrdiff_t>(c.trailer + 0x2010));
         EXPECT_EQ(info.crl - img.data(), static_cast<ptrdiff_t>(c.trailer + 0x2810));
-        EXPECT_EQ(info.contentLen, spec.content.size());
-        EXPECT_EQ(info.crlLen, spec.crl.size());
+        EXPECT_EQ(info.contentLen, def.content.size());
+        EXPECT_EQ(info.crlLen, def.crl.size());
     }
 }
 
@@ -78,11 +78,11 @@ TEST(ImageLayout, RefusesImagesThatLieAboutTheirBlocks)
 
 TEST(ImageLayout, BlocksFillingTheirRoomExactlyAreAccepted)
 {
-    ImageSpec spec;
-    spec.signature.assign(8176, 0x30);
-    spec.content.assign(2032, 'c');
-    spec.crl.clear();
-    Bytes img = BuildImage(spec);
+    ImageSpec def;
+    def.signature.assign(8176, 0x30);
+    def.content.assign(2032, 'c');
+    def.crl.clear();
+    Bytes img = BuildImage(def);
     CmsFileInfo info;
     ASSERT_EQ(Locate(img, &info), VEXA_OK);
     EXPECT_EQ(info.signatureLen, 8176u);

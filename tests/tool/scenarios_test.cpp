@@ -76,10 +76,10 @@ TEST_F(Scenarios, CheckToolGivesTheListedResult)
         if (s.op == "sig") {
             /* a signature block without a committed image: wrap it in one */
             ASSERT_EQ(s.blocks.size(), 2u);
-            testenv::ImageSpec spec;
-            spec.signature = ReadBytes(Data(s.blocks[0]));
-            spec.content = ReadBytes(Data(s.blocks[1]));
-            testenv::WriteFile("wrapped.img", testenv::BuildImage(spec));
+            testenv::ImageSpec def;
+            def.signature = ReadBytes(Data(s.blocks[0]));
+            def.content = ReadBytes(Data(s.blocks[1]));
+            testenv::WriteFile("wrapped.img", testenv::BuildImage(def));
             argv.insert(argv.end(), {"3", Data(s.args[0]), "wrapped.img"});
         } else {
             argv.push_back(s.op);
