@@ -1,0 +1,110 @@
+# Debian packages through CPack, one per install component:
+#
+#   cpack --config build/CPackConfig.cmake -B build/packages
+#
+# gives checktool_<version>-1_<arch>.deb (the tool and its manual page: what
+# a device image needs), libvexa-dev (library, headers, CMake and pkg-config
+# files), libvexa0 (with CHECKTOOL_SHARED_LIB) and checktool-forge (when
+# forge is built). Cross builds get the target's Debian architecture.
+
+set(CHECKTOOL_PACKAGE_MAINTAINER "checktool maintainers <checktool@localhost>"
+  CACHE STRING "Maintainer field of the Debian packages")
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME checktool)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_CONTACT "${CHECKTOOL_PACKAGE_MAINTAINER}")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
+# Nothing but the packages themselves in the output directory.
+set(CPACK_SOURCE_GENERATOR "")
+
+set(_components checktool dev)
+if(CHECKTOOL_SHARED_LIB)
+  list(APPEND _components lib)
+endif()
+if(TARGET forge)
+  list(APPEND _components forge)
+endif()
+set(CPACK_COMPONENTS_ALL ${_components})
+
+if(CMAKE_CROSSCOMPILING)
+  set(_deb_arch_aarch64 arm64)
+  set(_deb_arch_arm armhf)
+  set(_deb_arch_armv7l armhf)
+  set(_deb_arch_x86_64 amd64)
+  set(_deb_arch_i686 i386)
+  set(_deb_arch_riscv64 riscv64)
+  if(NOT DEFINED _deb_arch_${CMAKE_SYSTEM_PROCESSOR})
+    message(FATAL_ERROR "no Debian architecture known for ${CMAKE_SYSTEM_PROCESSOR}; set CPACK_DEBIAN_PACKAGE_ARCHITECTURE")
+  endif()
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${_deb_arch_${CMAKE_SYSTEM_PROCESSOR}})
+endif()
+
+# dpkg-shlibdeps works out the run-time dependencies from the binaries; it
+# needs the target's libraries registered with dpkg, which a cross build
+# does not have, so cross packages name them directly (the versions of
+# Debian 12, the oldest release this builds on).
+find_program(CHECKTOOL_DPKG_SHLIBDEPS dpkg-shlibdeps)
+if(CHECKTOOL_DPKG_SHLIBDEPS AND NOT CMAKE_CROSSCOMPILING)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+else()
+  set(_runtime_depends "libc6 (>= 2.34), libstdc++6 (>= 12), libgcc-s1 (>= 3.0)")
+  if(NOT CHECKTOOL_STATIC_CRYPTO)
+    string(APPEND _runtime_depends ", libssl3 (>= 3.0.0)")
+  endif()
+  set(CPACK_DEBIAN_CHECKTOOL_PACKAGE_DEPENDS "${_runtime_depends}")
+  set(CPACK_DEBIAN_LIB_PACKAGE_DEPENDS "${_runtime_depends}")
+  set(CPACK_DEBIAN_FORGE_PACKAGE_DEPENDS "libc6 (>= 2.34), libstdc++6 (>= 12), libgcc-s1 (>= 3.0), libssl3 (>= 3.0.0)")
+endif()
+
+set(CPACK_DEBIAN_CHECKTOOL_PACKAGE_NAME checktool)
+set(CPACK_DEBIAN_CHECKTOOL_PACKAGE_SECTION admin)
+set(CPACK_COMPONENT_CHECKTOOL_DESCRIPTION
+"secure check of upgrade images and CRLs for embedded devices
+checktool is run as root by a device's upgrade procedure before it installs
+a new software image: it extracts and compares certificate revocation lists,
+verifies the image's time-stamped CMS signature against a root certificate
+built into it, and reads the image's anti-rollback counter. Every run is
+recorded in /var/log/upgradetool/upgrade_crl.log.")
+
+set(CPACK_DEBIAN_DEV_PACKAGE_NAME libvexa-dev)
+set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
+set(CPACK_COMPONENT_DEV_DESCRIPTION
+"image and CRL verification library of checktool (development files)
+The vexa library decodes X.509 certificates, CRLs, CMS SignedData and RFC 3161
+time-stamp tokens, builds certification paths to a trusted root and checks
+revocation. This package holds the headers, the library, a CMake package
+(find_package(vexa)) and a pkg-config file (vexa.pc).")
+if(CHECKTOOL_SHARED_LIB)
+  set(CPACK_COMPONENT_DEV_DEPENDS lib)
+else()
+  # Static archives leave libcrypto to the consumer's link.
+  set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libssl-dev (>= 3.0)")
+endif()
+
+# shlibs file and ldconfig trigger, so packages linking libvexa.so get
+# their dependency on libvexa0 from dpkg-shlibdeps.
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_LIB_PACKAGE_NAME libvexa${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_LIB_PACKAGE_SECTION libs)
+set(CPACK_COMPONENT_LIB_DESCRIPTION
+"image and CRL verification library of checktool
+The vexa library decodes X.509 certificates, CRLs, CMS SignedData and RFC 3161
+time-stamp tokens, builds certification paths to a trusted root and checks
+revocation.")
+
+set(CPACK_DEBIAN_FORGE_PACKAGE_NAME checktool-forge)
+set(CPACK_DEBIAN_FORGE_PACKAGE_SECTION devel)
+set(CPACK_COMPONENT_FORGE_DESCRIPTION
+"maker of test PKIs and signed images for checktool
+forge makes RSA keys, certificates, CRLs, CRL files, time-stamped detached CMS
+signatures and images in the layout checktool reads, for tests and for
+device makers who sign their own images.")
+
+include(CPack)
