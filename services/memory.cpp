@@ -6,6 +6,41 @@
 #include "vexa/vexa_result.h"
 #include "vexa/vexa_services.h"
 
+#if defined(CHECKTOOL_ALLOC_FAIL_INJECTION)
+/* Test builds only: the VEXA_FAIL_ALLOC_AT-th call that reaches malloc fails
+ * as malloc would, and the number of such calls is written at exit to the
+ * file VEXA_ALLOC_COUNT_FILE names, so a test can fail every call in turn. */
+#include <stdio.h>
+
+namespace {
+
+unsigned long g_allocCalls = 0;
+
+void write_alloc_count()
+{
+    const char *path = getenv("VEXA_ALLOC_COUNT_FILE");
+    FILE *out = path != nullptr ? fopen(path, "w") : nullptr;
+    if (out != nullptr) {
+        fprintf(out, "%lu\n", g_allocCalls);
+        fclose(out);
+    }
+}
+
+bool injected_failure()
+{
+    if (g_allocCalls++ == 0) {
+        (void)atexit(write_alloc_count);
+    }
+    const char *at = getenv("VEXA_FAIL_ALLOC_AT");
+    return at != nullptr && strtoul(at, nullptr, 10) == g_allocCalls;
+}
+
+} // namespace
+#define VEXA_INJECTED_FAILURE() injected_failure()
+#else
+#define VEXA_INJECTED_FAILURE() false
+#endif
+
 extern "C" uint32_t VexaMalloc(void **out, uint32_t size)
 {
     if (out == nullptr) {
@@ -16,7 +51,7 @@ extern "C" uint32_t VexaMalloc(void **out, uint32_t size)
         LOG_SUGGESTION("input size is 0.\n\n");
         return VEXA_OK;
     }
-    void *block = malloc(size);
+    void *block = VEXA_INJECTED_FAILURE() ? nullptr : malloc(size);
     if (block == nullptr) {
         LOG_MAJOR("malloc failed.\n\n");
         return VEXA_ERR_MALLOC;

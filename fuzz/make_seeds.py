@@ -1,0 +1,94 @@
+#!/usr/bin/env python3
+"""Derives the fuzz targets' seed corpora from the forge fixtures.
+
+make_seeds.py TESTDATA OUTDIR writes OUTDIR/<target>/<name> for every target.
+Two-part inputs (crl_compare, verify_image) are a 2-byte little-endian
+length of the first part, the first part, then the second part.
+"""
+import base64
+import pathlib
+import shutil
+import struct
+import sys
+
+HEADER_REGION = 0x10000
+BODY_LEN_OFFSET = 0x460
+
+
+def pem(label, der):
+    body = base64.b64encode(der).decode()
+    lines = [body[i:i + 64] for i in range(0, len(body), 64)]
+    return ("-----BEGIN %s-----\n%s\n-----END %s-----\n" % (label, "\n".join(lines), label)).encode()
+
+
+def two_parts(a, b):
+    a = a[:0xFFFF]
+    return struct.pack("<H", len(a)) + a + b
+
+
+def trailer(img):
+    """The image's trailer (signature, content and CRL blocks), or None."""
+    if len(img) < BODY_LEN_OFFSET + 4:
+        return None
+    body_len = struct.unpack_from("<I", img, BODY_LEN_OFFSET)[0]
+    start = HEADER_REGION + body_len + 32 - (body_len % 16)
+    return img[start:] if start < len(img) else None
+
+
+def main():
+    src = pathlib.Path(sys.argv[1])
+    out = pathlib.Path(sys.argv[2])
+    if out.exists():
+        shutil.rmtree(out)
+    seeds = {}
+
+    def put(target, name, data):
+        d = out / target
+        d.mkdir(parents=True, exist_ok=True)
+        (d / name).write_bytes(data)
+        seeds[target] = seeds.get(target, 0) + 1
+
+    certs = sorted((src / "pki").glob("*.der"))
+    crls = sorted((src / "crl").iterdir())
+    crlfiles = sorted((src / "crlfiles").iterdir())
+    sigs = sorted((src / "sig").iterdir())
+    images = sorted((src / "images").glob("*.img"))
+
+    for f in certs:
+        put("cert", f.name, f.read_bytes())
+        put("add_input", f.name, f.read_bytes())
+        put("add_input", f.stem + ".pem", pem("CERTIFICATE", f.read_bytes()))
+        put("base64", f.stem + ".b64", base64.encodebytes(f.read_bytes()))
+    for f in crls:
+        put("crl", f.name, f.read_bytes())
+        put("add_input", "crl_" + f.name + ".der", f.read_bytes())
+        put("add_input", "crl_" + f.stem + ".pem", pem("X509 CRL", f.read_bytes()))
+    for f in crlfiles:
+        put("add_input", "file_" + f.name, f.read_bytes())
+    for f in sigs:
+        data = f.read_bytes()
+        if f.suffix == ".pem":
+            put("base64", f.name, data)
+            put("add_input", "sig_" + f.name, data)
+        else:
+            put("content_info", f.name, data)
+    put("base64", "crlfile_good.pem", (src / "crlfiles" / "good.pem").read_bytes())
+
+    good = (src / "crlfiles" / "good.der").read_bytes()
+    for a in crlfiles:
+        put("crl_compare", a.name + "__good", two_parts(a.read_bytes(), good))
+    put("crl_compare", "good__newer", two_parts(good, (src / "crlfiles" / "cmp_newer.der").read_bytes()))
+
+    valid = trailer((src / "images" / "valid.img").read_bytes())
+    for f in images:
+        t = trailer(f.read_bytes())
+        if t is not None:
+            put("verify_image", f.name, two_parts(good, t))
+    for f in crlfiles:
+        put("verify_image", "valid__" + f.name, two_parts(f.read_bytes(), valid))
+
+    (out / ".stamp").write_text("".join("%s %d\n" % kv for kv in sorted(seeds.items())))
+
+
+if __name__ == "__main__":
+    main()

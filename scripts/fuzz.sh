@@ -1,0 +1,54 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets and runs each for a bounded time; any finding
+# (crash, leak, undefined behaviour, timeout, out-of-memory) fails the script.
+#   scripts/fuzz.sh            20 s per target (CI)
+#   scripts/fuzz.sh 3600       an hour per target
+# Environment: FUZZ_JOBS (targets at once, default 2), FUZZ_BUILD (build dir,
+# default build-fuzz), FUZZ_TARGETS (space-separated subset).
+set -euo pipefail
+top=$(cd "$(dirname "$0")/.." && pwd)
+seconds=${1:-20}
+jobs=${FUZZ_JOBS:-2}
+build=${FUZZ_BUILD:-$top/build-fuzz}
+targets=${FUZZ_TARGETS:-"cert crl content_info add_input base64 crl_compare verify_image"}
+
+cmake -G Ninja -S "$top" -B "$build" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCHECKTOOL_FUZZ=ON -DCHECKTOOL_TESTS=OFF -DCHECKTOOL_FORGE=OFF >/dev/null
+cmake --build "$build" -j "$jobs" >/dev/null
+
+bin=$build/fuzz
+work=$bin/run
+mkdir -p "$work/upgradetool-log"
+export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:allocator_may_return_null=1}
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+
+run_one() { # target: grows $bin/corpus/<target> from the seeds; findings land in $bin/artifacts/<target>
+  local t=$1
+  mkdir -p "$bin/corpus/$t" "$bin/artifacts/$t"
+  (cd "$work" && "$bin/fuzz_$t" -max_total_time="$seconds" -timeout=25 -rss_limit_mb=2048 -print_final_stats=1 \
+    -artifact_prefix="$bin/artifacts/$t/" "$bin/corpus/$t" "$bin/seeds/$t") >"$bin/$t.log" 2>&1
+}
+
+pids=() names=()
+failed=0
+wait_some() { # waits for the oldest running target and records its outcome
+  local pid=${pids[0]} t=${names[0]}
+  pids=("${pids[@]:1}") names=("${names[@]:1}")
+  if wait "$pid"; then
+    local runs secs
+    runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$bin/$t.log")
+    secs=$(sed -n 's/^Done [0-9]* runs in \([0-9]*\) second.*/\1/p' "$bin/$t.log")
+    printf '%-14s ok   %12s runs in %6s s (%s/s)\n' "$t" "$runs" "$secs" "$(( runs / (secs > 0 ? secs : 1) ))"
+  else
+    printf '%-14s FAIL: see %s and %s\n' "$t" "$bin/$t.log" "$bin/artifacts/$t"
+    grep -m3 -E 'ERROR|runtime error|SUMMARY' "$bin/$t.log" || true
+    failed=1
+  fi
+}
+for t in $targets; do
+  [ "${#pids[@]}" -ge "$jobs" ] && wait_some
+  run_one "$t" &
+  pids+=($!) names+=("$t")
+done
+while [ "${#pids[@]}" -gt 0 ]; do wait_some; done
+[ "$failed" = 0 ] && echo "fuzzing: no findings" || { echo "fuzzing: findings"; exit 1; }

@@ -1,0 +1,152 @@
+/* Every single-bit change to the valid image's signature and content blocks
+ * must be refused by operation 3, except in the few fields the verifier never
+ * reads; those are listed below with the reason. The verification is the
+ * library sequence operation 3 makes, run in-process once per flipped bit. */
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "checktool.h"
+#include "root_cert.h"
+#include "support/test_env.h"
+#include "vexa/vexa_result.h"
+#include "vexa/vexa_verify.h"
+
+namespace {
+
+/* What operation 3 does once the image is parsed: true when it verifies. */
+bool Verifies(const CmsFileInfo &info, const testenv::Bytes &crl)
+{
+    VexaVerifyCtxParams params = {};
+    params.size = sizeof(params);
+    VexaVerifyCtx *ctx = nullptr;
+    if (VexaVerifyCreateCtx(&ctx, &params) != VEXA_OK) {
+        return false;
+    }
+    uint32_t verdict = 0;
+    bool ok = VexaVerifyAddCert(ctx, get_root_cert_data(), get_root_cert_len()) == VEXA_OK &&
+              VexaVerifyAddCrl(ctx, crl.data(), static_cast<uint32_t>(crl.size())) == VEXA_OK &&
+              VexaVerifyDetachSignatureBegin(ctx, info.signature, info.signatureLen) == VEXA_OK &&
+              VexaVerifyDetachSignatureUpdate(ctx, info.content, info.contentLen) == VEXA_OK &&
+              VexaVerifyDetachSignatureFinal(ctx, &verdict) == VEXA_OK && verdict == 1;
+    (void)VexaVerifyDestroyCtx(ctx);
+    return ok;
+}
+
+/* Byte ranges (inclusive) of sig/valid.der, the valid image's signature
+ * block; the forge writes the same bytes every time. */
+struct Range {
+    uint32_t first;
+    uint32_t last;
+    const char *what;
+};
+
+/* Bytes the signer's signature or the time-stamp token protects, and the
+ * signer certificate its issuer signs: no flip in them may pass. The whole
+ * content block is covered too. */
+constexpr Range kCovered[] = {
+    {62, 694, "signer certificate, tbsCertificate"},
+    {2488, 2564, "signed attributes (content type, message digest)"},
+    {2584, 2839, "signature value"},
+    {2925, 3004, "TSTInfo octets (imprint of the signature, genTime)"},
+    {4287, 4423, "token's signed attributes"},
+    {4443, 4698, "token's signature value"},
+};
+
+/* Fields outside the covered bytes whose flips are accepted, and why. */
+constexpr Range kAccepted[] = {
+    {4, 14, "ContentInfo contentType: the content is decoded as SignedData without looking at the OID"},
+    {23, 53, "SignedData version, digestAlgorithms and eContentType: not read; the digest comes from the "
+             "SignerInfo and the content is detached"},
+    {695, 714, "signer certificate: outer signatureAlgorithm (the tbs one is used) and the unused-bits octet "
+               "of its signature BIT STRING"},
+    {1099, 2374, "code-signing CA certificate: the CRL file already put it in the store; a copy with the same "
+                 "signature value counts as present and is dropped, one with another never verifies under the "
+                 "root, so the path always uses the CRL file's copy"},
+    {2383, 2477, "SignerInfo version, the tag octets in the issuer name of its identifier (values are matched "
+                 "by content) and the digestAlgorithm's OID tag octet"},
+    {2565, 2580, "SignerInfo signatureAlgorithm (every key is RSA) and the signature's OCTET STRING tag octet"},
+    {2844, 2923, "time-stamp token framing around the TSTInfo octets: attribute OID and SET tags, "
+                 "ContentInfo OID, version, digestAlgorithms, eContentType, [0] and OCTET STRING tags"},
+    {3651, 3670, "TSA certificate: outer signatureAlgorithm and the unused-bits octet of its signature"},
+    {4187, 4276, "token SignerInfo version, issuer name tag octets and the digestAlgorithm's OID tag octet"},
+    {4424, 4439, "token SignerInfo signatureAlgorithm and the signature's OCTET STRING tag octet"},
+};
+
+const Range *Find(const Range *table, size_t count, uint32_t offset)
+{
+    for (size_t i = 0; i < count; i++) {
+        if (offset >= table[i].first && offset <= table[i].last) {
+            return &table[i];
+        }
+    }
+    return nullptr;
+}
+
+TEST(TamperTest, AcceptedFieldsStayOutsideTheCoveredBytes)
+{
+    for (const Range &a : kAccepted) {
+        for (const Range &c : kCovered) {
+            EXPECT_TRUE(a.last < c.first || a.first > c.last) << a.what << " overlaps " << c.what;
+        }
+    }
+}
+
+/* Sanitizer builds run several times slower: there each byte gets one flip,
+ * of a bit that moves along with the offset, so every byte is still tried. */
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kOneBitPerByte = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool kOneBitPerByte = true;
+#else
+constexpr bool kOneBitPerByte = false;
+#endif
+#else
+constexpr bool kOneBitPerByte = false;
+#endif
+
+TEST(TamperTest, EverySignedBitFlipIsRefused)
+{
+    testenv::Bytes img = testenv::ReadBytes(std::string(TESTDATA_DIR) + "/images/valid.img");
+    const testenv::Bytes crl = testenv::ReadBytes(std::string(TESTDATA_DIR) + "/crlfiles/good.der");
+    InputFileSet files = {};
+    files.image = img.data();
+    files.imageSize = img.size();
+    CmsFileInfo info = {};
+    ASSERT_EQ(get_cms_file_info(&files, &info), VEXA_OK);
+    ASSERT_TRUE(Verifies(info, crl)) << "the untouched image must verify";
+
+    uint8_t *sig = img.data() + (info.signature - img.data());
+    uint8_t *content = img.data() + (info.content - img.data());
+    std::vector<bool> used(sizeof(kAccepted) / sizeof(kAccepted[0]), false);
+    for (uint32_t i = 0; i < info.signatureLen + info.contentLen; i++) {
+        const bool inContent = i >= info.signatureLen;
+        uint8_t *byte = inContent ? content + (i - info.signatureLen) : sig + i;
+        for (uint32_t bit = 0; bit < 8; bit++) {
+            if (kOneBitPerByte && bit != i % 8) {
+                continue;
+            }
+            *byte ^= static_cast<uint8_t>(1u << bit);
+            const bool accepted = Verifies(info, crl);
+            *byte ^= static_cast<uint8_t>(1u << bit);
+            if (!accepted) {
+                continue;
+            }
+            const Range *why = inContent ? nullptr : Find(kAccepted, used.size(), i);
+            if (why == nullptr) {
+                ADD_FAILURE() << (inContent ? "content" : "signature") << " byte "
+                              << (inContent ? i - info.signatureLen : i) << " bit " << bit
+                              << " flipped and still verifies";
+            } else {
+                used[static_cast<size_t>(why - kAccepted)] = true;
+            }
+        }
+    }
+    for (size_t k = 0; k < used.size(); k++) {
+        EXPECT_TRUE(used[k]) << "no flip accepted any more in: " << kAccepted[k].what << " (drop it from the list)";
+    }
+}
+
+} // namespace
