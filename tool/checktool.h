@@ -23,7 +23,9 @@ enum {
     FILE_TYPE_IMAGE = 2,
 };
 
-/* Whole-file buffers owned by main; released once by free_input_files. */
+/* Buffers owned by main, each sized for its whole file; released once by
+ * free_input_files. CRL files are read whole; an image only where its header
+ * fields and trailer lie (see read_input_file). */
 typedef struct InputFileSet {
     uint64_t deviceCrlSize;
     uint8_t *deviceCrl;

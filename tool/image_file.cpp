@@ -1,5 +1,6 @@
 #include <errno.h>
 #include <stdio.h>
+#include <sys/types.h>
 
 #include "checktool.h"
 #include "image_layout.h"
@@ -8,6 +9,8 @@
 #include "vexa/vexa_services.h"
 
 namespace {
+
+static_assert(sizeof(off_t) >= 8, "image offsets pass 2 GiB: build with 64-bit file offsets");
 
 struct Slot {
     uint64_t *size;
@@ -35,6 +38,54 @@ bool select_slot(InputFileSet *files, uint32_t fileType, Slot *slot)
 bool inside(uint64_t offset, uint64_t len, uint64_t size)
 {
     return offset <= size && len <= size - offset;
+}
+
+/* Reads [offset, offset + len), cut at the measured size, into the same place
+ * of the buffer and adds the bytes read to *count. */
+bool read_region(FILE *file, uint8_t *buffer, uint64_t size, uint64_t offset, uint64_t len, uint64_t *count)
+{
+    if (offset >= size || len == 0) {
+        return true;
+    }
+    const uint64_t want = len < size - offset ? len : size - offset;
+    if (fseeko(file, static_cast<off_t>(offset), SEEK_SET) != 0) {
+        return false;
+    }
+    const size_t got = VexaFileRead(buffer + offset, static_cast<size_t>(want), file);
+    *count += got;
+    return got == want;
+}
+
+/* An image is read only where get_cms_file_info looks: the header through
+ * the magic, the trailer's block headers with their rooms, and the CRL data.
+ * The body is neither read nor touched, so a large image costs no read time
+ * and no resident memory (a large allocation is mapped lazily). No byte left
+ * unread is ever used: get_cms_file_info checks each of these regions against
+ * the size, and each region inside the size was read here. */
+bool read_image_regions(FILE *file, uint8_t *img, uint64_t size, uint64_t *count)
+{
+    if (!read_region(file, img, size, 0, image::kMinImageSize, count)) {
+        return false;
+    }
+    if (size < image::kMinImageSize || image::LoadLe64(img + image::kMagicOffset) != image::kMagic) {
+        return true;
+    }
+    const uint64_t trailer = image::TrailerOffset(image::LoadLe32(img + image::kBodyLenOffset));
+    const uint64_t blocks = image::kCrlBlock + image::kBlockHeader;
+    if (!read_region(file, img, size, trailer, blocks, count)) {
+        return false;
+    }
+    if (!inside(trailer, blocks, size)) {
+        return true;
+    }
+    const uint32_t crlLen = image::LoadLe32(img + trailer + image::kCrlBlock + image::kBlockLenField);
+    return read_region(file, img, size, trailer + blocks, crlLen, count);
+}
+
+bool read_whole(FILE *file, uint8_t *buffer, uint64_t size, uint64_t *count)
+{
+    *count = VexaFileRead(buffer, static_cast<size_t>(size), file);
+    return *count == size;
 }
 
 } // namespace
@@ -65,9 +116,12 @@ extern "C" uint32_t read_input_file(const char *path, InputFileSet *files, uint3
             ret = ret != VEXA_OK ? ret : VEXA_ERR_MALLOC;
         } else {
             *slot.buffer = static_cast<uint8_t *>(buffer);
-            uint32_t got = static_cast<uint32_t>(VexaFileRead(buffer, static_cast<size_t>(size), file));
-            if (got != size) {
-                LOG_MAJOR("read crl file %s failed, read size =%u.\n\n", path, got);
+            uint64_t got = 0;
+            const bool complete = fileType == FILE_TYPE_IMAGE
+                                   ? read_image_regions(file, *slot.buffer, size, &got)
+                                   : read_whole(file, *slot.buffer, size, &got);
+            if (!complete) {
+                LOG_MAJOR("read crl file %s failed, read size =%u.\n\n", path, static_cast<uint32_t>(got));
                 VexaFree(buffer);
                 *slot.buffer = nullptr;
                 ret = VEXA_ERR_FILE_READ;
