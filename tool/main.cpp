@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <openssl/crypto.h>
+
 #include "checktool.h"
 #include "oplog.h"
 #include "vexa/vexa_services.h"
@@ -64,6 +66,11 @@ int main(int argc, char *argv[])
 {
     int result = kResultFailed;
     InputFileSet files = {};
+
+    /* The verdict must not depend on openssl.cnf or on OPENSSL_CONF in the
+     * caller's environment (either can load other providers); skipping the
+     * file also saves parsing it on every run. */
+    (void)OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr);
 
     if (check_root_user() != 0) {
         puts("Only root has the authentication to upgrade.");
