@@ -119,83 +119,71 @@ uint32_t InternalBase64Decode(const char *begin, const char *end, uint8_t **out,
     return VEXA_OK;
 }
 
-uint32_t InternalPemDecodeCert(VexaVerifyCtx *ctx, const char *text, uint32_t length, VexaX509Cert **out)
+namespace {
+
+/* One armoured certificate or CRL: where its body starts, how it ends, and
+ * the decoder and release of its record. */
+template <typename Record>
+struct PemKind {
+    const char *begin;
+    size_t bodyOffset;
+    const char *end;
+    uint32_t (*decode)(const uint8_t *, uint32_t, Record **, uint32_t *);
+    void (*release)(Record *);
+};
+
+/* Failures are recorded under the caller's name (`function`). */
+template <typename Record>
+uint32_t PemDecodeRecord(VexaVerifyCtx *ctx, const char *text, uint32_t length, const PemKind<Record> &kind,
+                         Record **out, const char *function)
 {
-    if (!StartsWith(text, kCertBegin)) {
+    if (!StartsWith(text, kind.begin)) {
         return VEXA_ERR_INPUT_FORMAT;
     }
     const char *begin = nullptr;
     const char *end = nullptr;
-    /* the body starts after the marker and its one line-break character */
-    uint32_t ret = LocateBody(text, length, Len(kCertBegin) + 1, kCertEnd,
-                              VEXA_ERR_INPUT_FORMAT, &begin, &end);
+    uint32_t ret = LocateBody(text, length, kind.bodyOffset, kind.end, VEXA_ERR_INPUT_FORMAT, &begin, &end);
     if (ret != VEXA_OK) {
         return ret;
     }
     uint8_t *der = nullptr;
     uint32_t derLen = 0;
     if (InternalBase64Decode(begin, end, &der, &derLen) != VEXA_OK) {
-        (void)VEXA_FAIL(VEXA_ERR_INPUT_FORMAT);
-        return VEXA_ERR_INPUT_FORMAT;
+        return VexaLogFailure(VEXA_ERR_INPUT_FORMAT, static_cast<uint32_t>(__LINE__), function);
     }
-    VexaX509Cert *cert = nullptr;
+    Record *record = nullptr;
     uint32_t consumed = 0;
-    ret = VexaX509DecodeCert(der, derLen, &cert, &consumed);
-    if (ret != VEXA_OK) {
-        (void)VEXA_FAIL(ret);
-        VexaX509FreeCert(cert);
-        VexaFree(der);
-        return ret;
+    ret = kind.decode(der, derLen, &record, &consumed);
+    if (ret == VEXA_OK) {
+        ret = KeepBuffer(ctx, der);
     }
-    ret = KeepBuffer(ctx, der);
     if (ret != VEXA_OK) {
-        (void)VEXA_FAIL(ret);
-        VexaX509FreeCert(cert);
+        (void)VexaLogFailure(ret, static_cast<uint32_t>(__LINE__), function);
+        kind.release(record);
         VexaFree(der);
         *out = nullptr;
         return ret;
     }
-    *out = cert;
+    *out = record;
     return VEXA_OK;
+}
+
+/* The certificate body starts after the marker and its one line-break
+ * character, the CRL body directly after its marker. */
+constexpr PemKind<VexaX509Cert> kPemCert = {kCertBegin, Len(kCertBegin) + 1, kCertEnd, VexaX509DecodeCert,
+                                            VexaX509FreeCert};
+constexpr PemKind<VexaX509Crl> kPemCrl = {kCrlBegin, Len(kCrlBegin), kCrlEnd, VexaX509DecodeCrl, VexaX509FreeCrl};
+
+} // namespace
+
+uint32_t InternalPemDecodeCert(VexaVerifyCtx *ctx, const char *text, uint32_t length, VexaX509Cert **out)
+{
+    return PemDecodeRecord(ctx, text, length, kPemCert, out, __func__);
 }
 
 uint32_t InternalPemDecodeCrl(VexaVerifyCtx *ctx, const char *text, uint32_t length, VexaX509Crl **out)
 {
-    if (!StartsWith(text, kCrlBegin)) {
-        return VEXA_ERR_INPUT_FORMAT;
-    }
-    const char *begin = nullptr;
-    const char *end = nullptr;
-    uint32_t ret = LocateBody(text, length, Len(kCrlBegin), kCrlEnd, VEXA_ERR_INPUT_FORMAT,
-                              &begin, &end);
-    if (ret != VEXA_OK) {
-        return ret;
-    }
-    uint8_t *der = nullptr;
-    uint32_t derLen = 0;
-    if (InternalBase64Decode(begin, end, &der, &derLen) != VEXA_OK) {
-        (void)VEXA_FAIL(VEXA_ERR_INPUT_FORMAT);
-        return VEXA_ERR_INPUT_FORMAT;
-    }
-    VexaX509Crl *crl = nullptr;
-    uint32_t consumed = 0;
-    ret = VexaX509DecodeCrl(der, derLen, &crl, &consumed);
-    if (ret != VEXA_OK) {
-        (void)VEXA_FAIL(ret);
-        VexaX509FreeCrl(crl);
-        VexaFree(der);
-        return ret;
-    }
-    ret = KeepBuffer(ctx, der);
-    if (ret != VEXA_OK) {
-        (void)VEXA_FAIL(ret);
-        VexaX509FreeCrl(crl);
-        VexaFree(der);
-        *out = nullptr;
-        return ret;
-    }
-    *out = crl;
-    return VEXA_OK;
+    return PemDecodeRecord(ctx, text, length, kPemCrl, out, __func__);
 }
 
 uint32_t InternalPemDecodeCms(VexaVerifyCtx *ctx, const char *text, uint32_t length, VexaPkcs7Content **out)
