@@ -23,6 +23,7 @@
 #include <openssl/rsa.h>
 
 #include "root_cert.h"
+#include "testdata.h"
 #include "vexa/vexa_result.h"
 #include "vexa/vexa_verify.h"
 
@@ -107,34 +108,17 @@ void CryptoFree(void *ptr, const char *, int)
     free(ptr);
 }
 
-std::vector<uint8_t> Load(const char *relative)
-{
-    const std::string path = std::string(CHECKTOOL_TESTDATA) + "/" + relative;
-    std::vector<uint8_t> bytes;
-    FILE *file = fopen(path.c_str(), "rb");
-    if (file == nullptr) {
-        return bytes;
-    }
-    uint8_t chunk[4096];
-    size_t got = 0;
-    while ((got = fread(chunk, 1, sizeof(chunk), file)) != 0) {
-        bytes.insert(bytes.end(), chunk, chunk + got);
-    }
-    fclose(file);
-    return bytes;
-}
-
 struct Inputs {
-    std::vector<uint8_t> signature;
-    std::vector<uint8_t> content;
-    std::vector<uint8_t> crlFile;
-    std::vector<uint8_t> updateCrlFile;
+    bench::Bytes signature;
+    bench::Bytes content;
+    bench::Bytes crlFile;
+    bench::Bytes updateCrlFile;
 };
 
 const Inputs &Fixture()
 {
-    static const Inputs in = {Load("sig/valid.der"), Load("content/content.bin"), Load("crlfiles/good.der"),
-                              Load("crlfiles/cmp_newer.der")};
+    static const Inputs in = {bench::Load("sig/valid.der"), bench::Load("content/content.bin"),
+                              bench::Load("crlfiles/good.der"), bench::Load("crlfiles/cmp_newer.der")};
     return in;
 }
 
