@@ -1,4 +1,4 @@
-/* Hand-made DER for the decoder tests. */
+/* Hand-made DER for the decoder tests, and what a decoded view holds. */
 #ifndef TESTS_ASN1_DER_BUILDER_H
 #define TESTS_ASN1_DER_BUILDER_H
 
@@ -9,23 +9,11 @@
 #include <string>
 #include <vector>
 
+#include "vexa/vexa_asn1.h"
+
 namespace dertest {
 
 using Bytes = std::vector<uint8_t>;
-
-/* Minimal length octets. */
-inline Bytes Len(size_t n)
-{
-    if (n < 0x80) {
-        return {static_cast<uint8_t>(n)};
-    }
-    Bytes octets;
-    for (size_t v = n; v != 0; v >>= 8) {
-        octets.insert(octets.begin(), static_cast<uint8_t>(v & 0xFF));
-    }
-    octets.insert(octets.begin(), static_cast<uint8_t>(0x80 | octets.size()));
-    return octets;
-}
 
 inline Bytes Cat(std::initializer_list<Bytes> parts)
 {
@@ -36,9 +24,15 @@ inline Bytes Cat(std::initializer_list<Bytes> parts)
     return out;
 }
 
+/* One element with minimal length octets. */
 inline Bytes Tlv(uint8_t tag, const Bytes &content)
 {
-    return Cat({{tag}, Len(content.size()), content});
+    Bytes len;
+    for (size_t v = content.size(); v != 0 && content.size() >= 0x80; v >>= 8) {
+        len.insert(len.begin(), static_cast<uint8_t>(v & 0xFF));
+    }
+    len.insert(len.begin(), static_cast<uint8_t>(len.empty() ? content.size() : 0x80 | len.size()));
+    return Cat({{tag}, len, content});
 }
 
 inline Bytes Seq(std::initializer_list<Bytes> parts) { return Tlv(0x30, Cat(parts)); }
@@ -58,7 +52,6 @@ inline Bytes OidTimeStamping() { return {0x2B, 0x06, 0x01, 0x05, 0x05, 0x07, 0x0
 inline Bytes OidServerAuth() { return {0x2B, 0x06, 0x01, 0x05, 0x05, 0x07, 0x03, 0x01}; }
 inline Bytes OidKeyUsage() { return {0x55, 0x1D, 0x0F}; }
 inline Bytes OidBasicConstraints() { return {0x55, 0x1D, 0x13}; }
-inline Bytes OidExtKeyUsage() { return {0x55, 0x1D, 0x25}; }
 inline Bytes OidSubjectKeyId() { return {0x55, 0x1D, 0x0E}; }
 inline Bytes OidCommonName() { return {0x55, 0x04, 0x03}; }
 inline Bytes OidSha256Rsa() { return {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x0B}; }
@@ -69,9 +62,22 @@ inline Bytes Extension(const Bytes &oid, const Bytes &value, bool critical = fal
     return critical ? Seq({Oid(oid), Bool(true), Octets(value)}) : Seq({Oid(oid), Octets(value)});
 }
 
-inline Bytes Slice(const Bytes &b, size_t from, size_t n)
+/* The bytes a view points at (none for an absent or empty view), and the
+ * identifier octet it records. */
+inline Bytes View(const VexaAsnOcts &v)
 {
-    return Bytes(b.begin() + static_cast<long>(from), b.begin() + static_cast<long>(from + n));
+    return v.data == nullptr ? Bytes() : Bytes(v.data, v.data + v.len);
+}
+
+inline uint32_t Ident(const VexaAsnOcts &v)
+{
+    return v.tagClass << 6 | v.constructed << 5 | v.tagNumber;
+}
+
+inline int64_t Epoch(const VexaAsnOcts &v)
+{
+    int64_t t = -1;
+    return VexaAsnTimeToEpoch(&v, &t) == 0 ? t : -1;
 }
 
 } // namespace dertest

@@ -35,16 +35,6 @@ inline void Observe(uint32_t level, const char *logName, uint32_t line, const ch
                                code, message != nullptr, message != nullptr ? message : ""});
 }
 
-/* Functions named in the records, in order. */
-inline std::vector<std::string> Functions()
-{
-    std::vector<std::string> names;
-    for (const Record &r : Records()) {
-        names.push_back(r.function);
-    }
-    return names;
-}
-
 inline bool HasRecord(const std::string &function, uint32_t code, const std::string &message)
 {
     for (const Record &r : Records()) {

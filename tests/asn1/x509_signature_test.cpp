@@ -4,342 +4,170 @@
 
 #include <string.h>
 
-#include <deque>
 #include <string>
-#include <vector>
 
 #include "asn1/log_capture.h"
 #include "asn1/x509_signature.h"
 #include "support/pki_builder.h"
-#include "support/test_env.h"
+#include "tests/asn1/der_builder.h"
 #include "vexa/vexa_result.h"
 #include "vexa/vexa_services.h"
 
 namespace {
 
-using testenv::Bytes;
-
-Bytes Fixture(const std::string &rel)
-{
-    Bytes b = testenv::ReadBytes(std::string(TESTDATA_DIR) + "/" + rel);
-    EXPECT_FALSE(b.empty()) << rel;
-    return b;
-}
-
-/* Decoded certificates whose DER the fixture keeps alive. */
-class X509SignatureTest : public logtest::Captured {
-protected:
-    void TearDown() override
-    {
-        for (VexaX509Cert *c : certs_) {
-            VexaX509FreeCert(c);
-        }
-        for (VexaX509Crl *c : crls_) {
-            VexaX509FreeCrl(c);
-        }
-        logtest::Captured::TearDown();
-    }
-    VexaX509Cert *Cert(const Bytes &der)
-    {
-        der_.push_back(der);
-        VexaX509Cert *c = nullptr;
-        uint32_t used = 0;
-        EXPECT_EQ(VexaX509DecodeCert(der_.back().data(), static_cast<uint32_t>(der_.back().size()), &c, &used),
-                  VEXA_OK);
-        certs_.push_back(c);
-        return c;
-    }
-    VexaX509Crl *Crl(const Bytes &der)
-    {
-        der_.push_back(der);
-        VexaX509Crl *c = nullptr;
-        uint32_t used = 0;
-        EXPECT_EQ(VexaX509DecodeCrl(der_.back().data(), static_cast<uint32_t>(der_.back().size()), &c, &used),
-                  VEXA_OK);
-        crls_.push_back(c);
-        return c;
-    }
-    std::string Name(const VexaX509Name &name, uint32_t *code)
-    {
-        char *text = nullptr;
-        uint32_t len = 0;
-        *code = VexaX509NameToString(&name, &text, &len);
-        if (*code != VEXA_OK) {
-            EXPECT_EQ(text, nullptr);
-            return "";
-        }
-        std::string s(text);
-        EXPECT_EQ(len, s.size());
-        VexaFree(text);
-        return s;
-    }
-
-    std::deque<Bytes> der_; /* decoded views point into these */
-    std::vector<VexaX509Cert *> certs_;
-    std::vector<VexaX509Crl *> crls_;
-};
-
-uint32_t CheckCertSignature(const VexaX509Cert *cert, const VexaRsaPubKey *key, uint32_t *verdict,
-                            const VexaX509AlgId *alg = nullptr)
-{
-    return VexaX509PubKeyVerify(cert->tbsCertificateRaw.data, cert->tbsCertificateRaw.len, cert->signatureValue.data,
-                                cert->signatureValue.len, key, alg != nullptr ? alg : &cert->signatureAlgorithm,
-                                verdict);
-}
+using dertest::Bytes;
+using testpki::Fixture;
 
 const VexaRsaPubKey *KeyOf(const VexaX509Cert *cert)
 {
     return &cert->tbsCertificate.subjectPublicKeyInfo.subjectPublicKey;
 }
 
-TEST_F(X509SignatureTest, SignaturesOfCertificatesAndCrlsVerify)
-{
-    const VexaX509Cert *root = Cert(Fixture("pki/root.der"));
-    const VexaX509Cert *ca = Cert(Fixture("pki/int.der"));
-    const VexaX509Crl *crl = Crl(Fixture("crl/root.crl"));
-    /* the development root has a 4096-bit key: a 512-byte modulus */
-    ASSERT_EQ(KeyOf(root)->modulus.len, 512u);
-    uint32_t verdict = 99;
-    EXPECT_EQ(CheckCertSignature(root, KeyOf(root), &verdict), VEXA_OK);
-    EXPECT_EQ(verdict, 1u);
-    verdict = 99;
-    EXPECT_EQ(CheckCertSignature(ca, KeyOf(root), &verdict), VEXA_OK);
-    EXPECT_EQ(verdict, 1u);
-    verdict = 99;
-    EXPECT_EQ(VexaX509PubKeyVerify(crl->tbsCertListRaw.data, crl->tbsCertListRaw.len, crl->signatureValue.data,
-                                   crl->signatureValue.len, KeyOf(root), &crl->signatureAlgorithm, &verdict),
-              VEXA_OK);
-    EXPECT_EQ(verdict, 1u);
-    /* the digest may be named by its own identifier too */
-    VexaX509AlgId sha256 = {};
-    sha256.algorithm = *VexaOidFindById(AOID_SHA256);
-    verdict = 99;
-    EXPECT_EQ(CheckCertSignature(ca, KeyOf(root), &verdict, &sha256), VEXA_OK);
-    EXPECT_EQ(verdict, 1u);
-}
+class X509SignatureTest : public logtest::Captured {
+protected:
+    testpki::Decoded d_;
+};
 
-TEST_F(X509SignatureTest, WrongSignaturesGiveVerdictZeroNotAFault)
+TEST_F(X509SignatureTest, SignaturesVerifyOnlyUnderTheRightKeyAndDigest)
 {
-    const VexaX509Cert *root = Cert(Fixture("pki/root.der"));
-    const VexaX509Cert *ca = Cert(Fixture("pki/int.der"));
-    Bytes sig(root->signatureValue.data, root->signatureValue.data + root->signatureValue.len);
-    sig[sig.size() / 2] ^= 0x01;
-    uint32_t verdict = 99;
-    EXPECT_EQ(VexaX509PubKeyVerify(root->tbsCertificateRaw.data, root->tbsCertificateRaw.len, sig.data(),
-                                   static_cast<uint32_t>(sig.size()), KeyOf(root), &root->signatureAlgorithm,
-                                   &verdict),
-              VEXA_OK);
-    EXPECT_EQ(verdict, 0u);
-    /* the right signature under another key */
-    verdict = 99;
-    EXPECT_EQ(CheckCertSignature(ca, KeyOf(ca), &verdict), VEXA_OK);
-    EXPECT_EQ(verdict, 0u);
-    /* SHA-384 named where SHA-256 was used */
-    VexaX509AlgId sha384 = {};
-    sha384.algorithm = *VexaOidFindById(AOID_SHA384WITHRSAENCRYPTION);
-    verdict = 99;
-    EXPECT_EQ(CheckCertSignature(ca, KeyOf(root), &verdict, &sha384), VEXA_OK);
-    EXPECT_EQ(verdict, 0u);
-}
-
-TEST_F(X509SignatureTest, UnsupportedDigestsAreRefused)
-{
-    const VexaX509Cert *ca = Cert(Fixture("pki/int.der"));
-    const VexaX509Cert *sha1Signed = Cert(Fixture("pki/signer_sha1.der"));
-    uint32_t verdict = 99;
-    EXPECT_EQ(CheckCertSignature(sha1Signed, KeyOf(ca), &verdict), VEXA_ERR_UNSUPPORTED_DIGEST);
-    EXPECT_EQ(verdict, 99u);
-    EXPECT_TRUE(logtest::HasRecord("VexaX509PubKeyVerify", VEXA_ERR_UNSUPPORTED_DIGEST, ""));
-    /* rsaEncryption names no digest */
-    VexaX509AlgId rsa = {};
-    rsa.algorithm = ca->tbsCertificate.subjectPublicKeyInfo.algorithm.algorithm;
-    EXPECT_EQ(CheckCertSignature(ca, KeyOf(ca), &verdict, &rsa), VEXA_ERR_UNSUPPORTED_DIGEST);
-    EXPECT_EQ(CheckCertSignature(ca, nullptr, &verdict), VEXA_ERR_PARAM);
-    EXPECT_EQ(CheckCertSignature(ca, KeyOf(ca), nullptr), VEXA_ERR_PARAM);
-}
-
-/* Key parts longer than 512 bytes (a 4104-bit modulus) do not fit the
- * fixed key buffers of the crypto services. */
-TEST_F(X509SignatureTest, KeyPartsOverFourKilobitsAreRefused)
-{
-    const VexaX509Cert *root = Cert(Fixture("pki/root.der"));
-    const Bytes big(513, 0xC3);
-    const struct {
-        const char *name;
-        bool modulus;
-    } cases[] = {{"modulus", true}, {"exponent", false}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        logtest::Records().clear();
-        VexaX509Cert cert = *root;
-        VexaRsaPubKey *key = &cert.tbsCertificate.subjectPublicKeyInfo.subjectPublicKey;
-        VexaAsnOcts *part = c.modulus ? &key->modulus : &key->publicExponent;
-        part->data = big.data();
-        part->len = static_cast<uint32_t>(big.size());
-        VexaBigInt exponent = {};
-        VexaBigInt modulus = {};
-        EXPECT_EQ(VexaX509ExtractPublicKey(&cert, &exponent, &modulus), VEXA_ERR_KEY_TOO_LONG);
-        EXPECT_TRUE(logtest::HasRecord("VexaX509ExtractPublicKey", VEXA_ERR_KEY_TOO_LONG, ""));
-        uint32_t verdict = 99;
-        EXPECT_EQ(CheckCertSignature(root, key, &verdict), VEXA_ERR_PARAM);
-        EXPECT_EQ(verdict, 99u);
-        EXPECT_TRUE(logtest::HasRecord("InternalGetBigIntFromOcts", VEXA_ERR_GENERIC, "Unsupported key length 4104"));
-    }
-    /* 512 bytes still fit, and come out as they are */
-    VexaBigInt exponent = {};
-    VexaBigInt modulus = {};
-    ASSERT_EQ(VexaX509ExtractPublicKey(root, &exponent, &modulus), VEXA_OK);
-    EXPECT_EQ(modulus.len, 512u);
-    EXPECT_EQ(memcmp(modulus.bytes, KeyOf(root)->modulus.data, 512), 0);
-    EXPECT_EQ(exponent.len, KeyOf(root)->publicExponent.len);
-    EXPECT_EQ(memcmp(exponent.bytes, KeyOf(root)->publicExponent.data, exponent.len), 0);
-    EXPECT_EQ(VexaX509ExtractPublicKey(nullptr, &exponent, &modulus), VEXA_ERR_PARAM);
-}
-
-TEST_F(X509SignatureTest, NamesAreWrittenInEncodingOrder)
-{
-    const std::string cn200(200, 'a');
-    const std::string cn100(100, 'b');
-    const struct {
-        const char *name;
-        std::string subject;
-        std::string text;
-        bool truncated;
-    } cases[] = {
-        {"the usual three attributes", "C=XX,O=Example,CN=Example Root", "C=XX,O=Example,CN=Example Root", false},
-        {"every named prefix", "C=XX,ST=State,L=City,O=Org,OU=Unit,CN=Name,emailAddress=a@b.c",
-         "C=XX,S=State,L=City,O=Org,OU=Unit,CN=Name,E=a@b.c", false},
-        {"a multi-valued RDN", "C=XX,O=Org+OU=Unit,CN=Name", "C=XX,O=Org,OU=Unit,CN=Name", false},
-        {"PrintableString values are copied alike", "C/P=XX,CN/P=Name", "C=XX,CN=Name", false},
-        {"a 200-byte common name is cut to the 128-byte scratch", "C=XX,CN=" + cn200,
-         "C=XX,CN=" + cn200.substr(0, 124), true},
-        {"an attribute that would pass 255 characters is left out",
-         "CN=" + cn100 + ",CN=" + cn100 + ",CN=" + cn100 + ",C=XX", "CN=" + cn100 + ",CN=" + cn100 + ",C=XX",
-         false},
+    static const uint8_t kRsaEncryption[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x01};
+    const VexaAsnOcts rsaEncryption = {sizeof kRsaEncryption, 0, 0, 6, kRsaEncryption};
+    const VexaAsnOcts *sha384Rsa = VexaOidFindById(AOID_SHA384WITHRSAENCRYPTION);
+    /* alg: null for the one the signed object names */
+    const struct { const char *name; const char *signedFile; const char *signer; const VexaAsnOcts *alg; bool flip;
+                   uint32_t code; uint32_t verdict; } cases[] = {
+        {"self-signed root with a 4096-bit key", "pki/root.der", "pki/root.der", nullptr, false, VEXA_OK, 1},
+        {"CA certificate under the root", "pki/int.der", "pki/root.der", nullptr, false, VEXA_OK, 1},
+        {"CRL under the root", "crl/root.crl", "pki/root.der", nullptr, false, VEXA_OK, 1},
+        {"digest named by its own identifier", "pki/int.der", "pki/root.der", VexaOidFindById(AOID_SHA256), false,
+         VEXA_OK, 1},
+        {"one bit of the signature flipped", "pki/root.der", "pki/root.der", nullptr, true, VEXA_OK, 0},
+        {"the right signature under another key", "pki/int.der", "pki/int.der", nullptr, false, VEXA_OK, 0},
+        {"SHA-384 named where SHA-256 was used", "pki/int.der", "pki/root.der", sha384Rsa, false, VEXA_OK, 0},
+        {"SHA-1 is not supported", "pki/signer_sha1.der", "pki/int.der", nullptr, false, VEXA_ERR_UNSUPPORTED_DIGEST, 99},
+        {"rsaEncryption names no digest", "pki/int.der", "pki/root.der", &rsaEncryption, false,
+         VEXA_ERR_UNSUPPORTED_DIGEST, 99},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         logtest::Records().clear();
-        testpki::CertSpec want;
-        want.subject = c.subject;
-        want.key = testpki::SharedKey(2048);
-        testpki::Cert made = testpki::MakeCert(want);
-        const VexaX509Cert *cert = Cert(testpki::Der(made.get()));
+        const bool isCrl = strncmp(c.signedFile, "crl/", 4) == 0;
+        const VexaX509Crl *crl = isCrl ? d_.Crl(Fixture(c.signedFile)) : nullptr;
+        const VexaX509Cert *cert = isCrl ? nullptr : d_.Cert(Fixture(c.signedFile));
+        const VexaAsnOcts raw = isCrl ? crl->tbsCertListRaw : cert->tbsCertificateRaw;
+        Bytes sig = dertest::View(isCrl ? crl->signatureValue : cert->signatureValue);
+        VexaX509AlgId alg = isCrl ? crl->signatureAlgorithm : cert->signatureAlgorithm;
+        alg.algorithm = c.alg != nullptr ? *c.alg : alg.algorithm;
+        sig[sig.size() / 2] ^= c.flip ? 0x01 : 0x00;
+        const VexaRsaPubKey *key = KeyOf(d_.Cert(Fixture(c.signer)));
+        uint32_t verdict = 99;
+        const uint32_t sigLen = static_cast<uint32_t>(sig.size());
+        EXPECT_EQ(VexaX509PubKeyVerify(raw.data, raw.len, sig.data(), sigLen, key, &alg, &verdict), c.code);
+        EXPECT_EQ(verdict, c.verdict);
+        EXPECT_EQ(logtest::HasRecord("VexaX509PubKeyVerify", VEXA_ERR_UNSUPPORTED_DIGEST, ""), c.code != VEXA_OK);
+        EXPECT_EQ(VexaX509PubKeyVerify(raw.data, raw.len, sig.data(), sigLen, key, &alg, nullptr), VEXA_ERR_PARAM);
+        EXPECT_EQ(VexaX509PubKeyVerify(raw.data, raw.len, sig.data(), sigLen, nullptr, &alg, &verdict), VEXA_ERR_PARAM);
+    }
+}
+
+/* Key parts longer than 512 bytes (a 4104-bit modulus) do not fit the
+ * fixed key buffers of the crypto services; 512 bytes still do. */
+TEST_F(X509SignatureTest, KeyPartsOverFourKilobitsAreRefused)
+{
+    const VexaX509Cert *root = d_.Cert(Fixture("pki/root.der"));
+    const Bytes big(513, 0xC3);
+    for (bool modulus : {true, false}) {
+        SCOPED_TRACE(modulus ? "modulus" : "exponent");
+        logtest::Records().clear();
+        VexaX509Cert cert = *root;
+        VexaRsaPubKey *key = &cert.tbsCertificate.subjectPublicKeyInfo.subjectPublicKey;
+        *(modulus ? &key->modulus : &key->publicExponent) = {513, 0, 0, 2, big.data()};
+        VexaBigInt exponent = {};
+        VexaBigInt mod = {};
+        EXPECT_EQ(VexaX509ExtractPublicKey(&cert, &exponent, &mod), VEXA_ERR_KEY_TOO_LONG);
+        EXPECT_TRUE(logtest::HasRecord("VexaX509ExtractPublicKey", VEXA_ERR_KEY_TOO_LONG, ""));
+        uint32_t verdict = 99;
+        EXPECT_EQ(VexaX509PubKeyVerify(root->tbsCertificateRaw.data, root->tbsCertificateRaw.len,
+                                       root->signatureValue.data, root->signatureValue.len, key,
+                                       &root->signatureAlgorithm, &verdict),
+                  VEXA_ERR_PARAM);
+        EXPECT_EQ(verdict, 99u);
+        EXPECT_TRUE(logtest::HasRecord("InternalGetBigIntFromOcts", VEXA_ERR_GENERIC, "Unsupported key length 4104"));
+    }
+    VexaBigInt exponent = {};
+    VexaBigInt modulus = {};
+    ASSERT_EQ(VexaX509ExtractPublicKey(root, &exponent, &modulus), VEXA_OK);
+    EXPECT_EQ(Bytes(modulus.bytes, modulus.bytes + modulus.len), dertest::View(KeyOf(root)->modulus));
+    EXPECT_EQ(modulus.len, 512u);
+    EXPECT_EQ(Bytes(exponent.bytes, exponent.bytes + exponent.len), dertest::View(KeyOf(root)->publicExponent));
+    EXPECT_EQ(VexaX509ExtractPublicKey(nullptr, &exponent, &modulus), VEXA_ERR_PARAM);
+}
+
+/* The string holds 255 characters: an attribute that does not fit is left
+ * out with the rest of its RDN and the next RDN is tried; each value is cut
+ * to the 128-byte scratch first. Attribute types outside the identifier
+ * table fail the whole name. */
+TEST_F(X509SignatureTest, NamesAreWrittenInEncodingOrderWithinTheirBuffers)
+{
+    const std::string x(200, 'x');
+    const std::string y(200, 'y');
+    const std::string x124 = x.substr(0, 124);
+    /* the RDN's two attributes encode to the same length, so DER's SET OF
+     * order puts CN first; CN does not fit after 147 characters, E would */
+    const std::string org(17, 'o');
+    const std::string cnThenE = "CN=" + std::string(106, 'c') + "+emailAddress=" + std::string(100, 'e');
+    const struct { const char *name; std::string subject; std::string text; uint32_t code; bool truncated; } cases[] = {
+        {"the usual three attributes", "C=XX,O=Example,CN=Root", "C=XX,O=Example,CN=Root", VEXA_OK, false},
+        {"every named prefix", "C=XX,ST=State,L=City,O=Org,OU=Unit,CN=Name,emailAddress=a@b.c",
+         "C=XX,S=State,L=City,O=Org,OU=Unit,CN=Name,E=a@b.c", VEXA_OK, false},
+        {"a multi-valued RDN", "C=XX,O=Org+OU=Unit,CN=Name", "C=XX,O=Org,OU=Unit,CN=Name", VEXA_OK, false},
+        {"PrintableString values are copied alike", "C/P=XX,CN/P=Name", "C=XX,CN=Name", VEXA_OK, false},
+        {"a 200-byte common name is cut to the scratch", "C=XX,CN=" + x, "C=XX,CN=" + x124, VEXA_OK, true},
+        {"an attribute that does not fit is left out with the rest of its RDN",
+         "CN=" + x + ",O=" + org + "," + cnThenE + ",C=XX", "CN=" + x124 + ",O=" + org + ",C=XX", VEXA_OK, true},
+        {"two cut attributes fill exactly 255", "CN=" + x + ",CN=" + y + ",C=XX", "CN=" + x124 + ",CN=" + y.substr(0, 124),
+         VEXA_OK, true},
+        {"a known type without a prefix of its own", "C=val,2.16.840.1.101.3.4.2.1=val", "C=val,X=val", VEXA_OK, false},
+        {"a type outside the identifier table", "C=XX,serialNumber=1", "", VEXA_ERR_CERT_FORMAT, false},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        logtest::Records().clear();
+        testpki::CertSpec def;
+        def.subject = c.subject;
+        testpki::Cert made = testpki::MakeCert(def);
+        const VexaX509Cert *cert = d_.Cert(made.get());
         ASSERT_NE(cert, nullptr);
-        uint32_t code = 99;
-        EXPECT_EQ(Name(cert->tbsCertificate.subject, &code), c.text);
-        EXPECT_EQ(code, VEXA_OK);
+        char *text = nullptr;
+        uint32_t len = 99;
+        EXPECT_EQ(VexaX509NameToString(&cert->tbsCertificate.subject, &text, &len), c.code);
+        EXPECT_EQ(text != nullptr ? std::string(text) : std::string(), c.text);
+        EXPECT_EQ(len, c.code == VEXA_OK ? c.text.size() : 99u);
+        VexaFree(text);
         EXPECT_EQ(logtest::HasRecord("InternalGetMaxAttrLen", VEXA_ERR_ATTR_TRUNCATED,
                                      "attribute name too long, which is invalid."),
                   c.truncated);
     }
-}
-
-/* A name built attribute by attribute, values kept by the builder. */
-struct NameBuilder {
-    std::deque<std::string> values;
-    VexaX509Name name = {};
-    void Rdn(std::initializer_list<std::pair<int32_t, std::string>> attrs)
-    {
-        VexaX509Rdn *rdn = &name.rdns[name.count++];
-        for (const auto &a : attrs) {
-            values.push_back(a.second);
-            VexaX509AttrTypeAndValue *attr = &rdn->attrs[rdn->count++];
-            attr->type = *VexaOidFindById(a.first);
-            attr->value.len = static_cast<uint32_t>(values.back().size());
-            attr->value.tagNumber = 12;
-            attr->value.data = reinterpret_cast<const uint8_t *>(values.back().data());
-        }
-    }
-};
-
-/* The string holds 255 characters at most: an attribute that does not fit
- * is left out with the rest of its RDN, and the next RDN is tried. */
-TEST_F(X509SignatureTest, NameStringStopsAt255Characters)
-{
-    const std::string a(100, 'a');
-    const std::string b(100, 'b');
-    const std::string c(100, 'c');
-    NameBuilder skip;
-    skip.Rdn({{AOID_AT_COMMONNAME, a}});
-    skip.Rdn({{AOID_AT_COMMONNAME, b}});
-    skip.Rdn({{AOID_AT_COMMONNAME, c}, {AOID_AT_COUNTRYNAME, "YY"}});
-    skip.Rdn({{AOID_AT_COUNTRYNAME, "XX"}});
-    uint32_t code = 99;
-    EXPECT_EQ(Name(skip.name, &code), "CN=" + a + ",CN=" + b + ",C=XX");
-    EXPECT_EQ(code, VEXA_OK);
-
-    /* two attributes cut to 127 characters each fill exactly 255 */
-    NameBuilder full;
-    full.Rdn({{AOID_AT_COMMONNAME, std::string(200, 'x')}});
-    full.Rdn({{AOID_AT_COMMONNAME, std::string(200, 'y')}, {AOID_AT_COUNTRYNAME, "ZZ"}});
-    full.Rdn({{AOID_AT_COUNTRYNAME, "XX"}});
-    const std::string text = Name(full.name, &code);
-    EXPECT_EQ(code, VEXA_OK);
-    EXPECT_EQ(text, "CN=" + std::string(124, 'x') + ",CN=" + std::string(124, 'y'));
-    EXPECT_EQ(text.size(), 255u);
-}
-
-/* Attribute types are looked up in the identifier table: unknown ones fail
- * the whole name, known ones without a prefix of their own get "X=". */
-TEST_F(X509SignatureTest, AttributeTypesOutsideTheNameTable)
-{
-    static const uint8_t kRsaEncryption[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x01};
-    static const uint8_t kValue[] = {'v', 'a', 'l'};
-    VexaAsnOcts unknown = {};
-    unknown.len = sizeof(kRsaEncryption);
-    unknown.tagNumber = 6;
-    unknown.data = kRsaEncryption;
-    ASSERT_EQ(VexaOidGetId(&unknown), AOID_UNKNOWN);
-    VexaAsnOcts value = {};
-    value.len = sizeof(kValue);
-    value.tagNumber = 12;
-    value.data = kValue;
-
-    VexaX509Name name = {};
-    name.count = 2;
-    name.rdns[0].count = 1;
-    name.rdns[0].attrs[0].type = *VexaOidFindById(AOID_AT_COUNTRYNAME);
-    name.rdns[0].attrs[0].value = value;
-    name.rdns[1].count = 1;
-    name.rdns[1].attrs[0].type = *VexaOidFindById(AOID_SHA256);
-    name.rdns[1].attrs[0].value = value;
-    uint32_t code = 99;
-    EXPECT_EQ(Name(name, &code), "C=val,X=val");
-    EXPECT_EQ(code, VEXA_OK);
-
-    name.rdns[1].attrs[0].type = unknown;
-    EXPECT_EQ(Name(name, &code), "");
-    EXPECT_EQ(code, VEXA_ERR_CERT_FORMAT);
-
-    char buf[16] = {0};
-    const char marker = 0;
-    EXPECT_EQ(VexaX509FormatAttr(&name.rdns[1].attrs[0], buf, sizeof buf, &marker), VEXA_ERR_CERT_FORMAT);
-    EXPECT_EQ(VexaX509FormatAttr(&name.rdns[0].attrs[0], buf, sizeof buf, nullptr), VEXA_ERR_PARAM);
-    EXPECT_EQ(VexaX509FormatAttr(nullptr, buf, sizeof buf, &marker), VEXA_ERR_PARAM);
-    /* a small buffer takes what fits with its terminating NUL */
-    char small[5];
-    memset(small, 'Z', sizeof small);
-    EXPECT_EQ(VexaX509FormatAttr(&name.rdns[0].attrs[0], small, sizeof small, &marker), VEXA_OK);
-    EXPECT_STREQ(small, "C=va");
     char *text = nullptr;
     uint32_t len = 0;
     EXPECT_EQ(VexaX509NameToString(nullptr, &text, &len), VEXA_ERR_PARAM);
 }
 
-TEST(X509AttrLength, ValuesAreCutToWhatFitsWithTheNul)
+TEST_F(X509SignatureTest, AttributesAreCutToWhatFitsWithTheNul)
 {
-    const struct {
-        uint32_t size;
-        uint32_t used;
-        uint32_t wanted;
-        uint32_t got;
-    } cases[] = {
-        {128, 3, 124, 124}, {128, 3, 125, 124}, {128, 3, 200, 124}, {128, 0, 0, 0}, {5, 2, 3, 2},
-    };
+    const VexaX509AttrTypeAndValue *country = &d_.Cert(Fixture("pki/root.der"))->tbsCertificate.subject.rdns[0].attrs[0];
+    const char marker = 0;
+    char small[4];
+    memset(small, 'Z', sizeof small);
+    EXPECT_EQ(VexaX509FormatAttr(country, small, sizeof small, &marker), VEXA_OK);
+    EXPECT_STREQ(small, "C=X");
+    EXPECT_EQ(VexaX509FormatAttr(country, small, sizeof small, nullptr), VEXA_ERR_PARAM);
+    EXPECT_EQ(VexaX509FormatAttr(nullptr, small, sizeof small, &marker), VEXA_ERR_PARAM);
+    /* size, used, wanted, got */
+    const uint32_t cases[][4] = {{128, 3, 124, 124}, {128, 3, 125, 124}, {128, 3, 200, 124},
+                                 {128, 0, 0, 0},     {5, 2, 3, 2},       {5, 5, 1, 0}};
     for (const auto &c : cases) {
-        EXPECT_EQ(InternalGetMaxAttrLen(c.size, c.used, c.wanted), c.got)
-            << c.size << " " << c.used << " " << c.wanted;
+        EXPECT_EQ(InternalGetMaxAttrLen(c[0], c[1], c[2]), c[3]) << c[0] << " " << c[1] << " " << c[2];
     }
 }
 

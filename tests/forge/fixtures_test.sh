@@ -5,43 +5,31 @@
 # development root built into checktool is the root the fixtures chain to.
 #   fixtures_test.sh TESTDATA_DIR DEVELOPMENT_ROOT_DER
 set -uo pipefail
-data=$1
-dev_root=$2
+data=$1 dev_root=$2
 cd "$data" || exit 1
-failures=0
-checks=0
+failures=0 checks=0
 fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
 check() { checks=$((checks + 1)); }
 
-# Edited or corrupted files.
 check
 sha256sum --quiet --strict -c MANIFEST.sha256 || fail "a file differs from MANIFEST.sha256"
-
-# Missing or extra files.
 check
 manifest_set=$(cut -c67- MANIFEST.sha256 | LC_ALL=C sort)
 actual_set=$(find . -type f ! -name MANIFEST.sha256 | sed 's|^\./||' | LC_ALL=C sort)
-if [ "$manifest_set" != "$actual_set" ]; then
-  fail "the files differ from the manifest:"
-  diff <(echo "$manifest_set") <(echo "$actual_set") | sed 's/^/    /'
-fi
-
-declare -A in_set
+[ "$manifest_set" = "$actual_set" ] ||
+  fail "the files differ from the manifest: $(diff <(echo "$manifest_set") <(echo "$actual_set") | grep '^[<>]')"
+declare -A in_set seen_name used_file
 while IFS= read -r file; do in_set[$file]=1; done <<< "$manifest_set"
-in_manifest() { [ -n "${in_set[$1]:-}" ]; }
 
-# Scenario rows: shape, unique names, results that fit the operation, files.
-declare -A seen_name used_file
+# Scenario rows: shape, unique names, results that fit the operation and the
+# words, arguments and blocks that are fixtures.
 row_no=0
 while IFS= read -r line; do
   case "$line" in '#'*|'') continue ;; esac
   row_no=$((row_no + 1))
   check
   IFS=$'\t' read -r -a f <<< "$line"
-  if [ "${#f[@]}" != 6 ]; then
-    fail "row $row_no has ${#f[@]} fields, not 6: $line"
-    continue
-  fi
+  [ "${#f[@]}" = 6 ] || { fail "row $row_no has ${#f[@]} fields, not 6: $line"; continue; }
   name=${f[0]} op=${f[1]} args=${f[2]} blocks=${f[3]} expect=${f[4]} about=${f[5]}
   [ -z "${seen_name[$name]:-}" ] || fail "scenario $name appears twice"
   seen_name[$name]=1
@@ -52,16 +40,13 @@ while IFS= read -r line; do
     *) fail "$name: unknown operation '$op'"; continue ;;
   esac
   [[ "$expect" =~ $pattern ]] || fail "$name: result '$expect' does not fit operation $op"
-  # The words must say the same as the result.
   case "$op:$expect:$about" in
-    3:0:verifies:*|sig:0:verifies:*|3:0x*:fails:*|sig:0x*:fails:*) ;;
-    2:0:valid:*|2:3:invalid:*) ;;
+    3:0:verifies:*|sig:0:verifies:*|3:0x*:fails:*|sig:0x*:fails:*|2:0:valid:*|2:3:invalid:*) ;;
     3:*|sig:*|2:*) fail "$name: result $expect and '$about' disagree" ;;
   esac
   read -r -a words <<< "$args"
   case "$op" in
-    3) [ "${#words[@]}" = 2 ] && [[ "${words[1]}" == images/* ]] ||
-         fail "$name: operation 3 takes a CRL file and an image" ;;
+    3) [ "${#words[@]}" = 2 ] && [[ "${words[1]}" == images/* ]] || fail "$name: operation 3 takes a CRL file and an image" ;;
     sig) [ "${#words[@]}" = 1 ] || fail "$name: a signature scenario names one CRL file" ;;
   esac
   if [ "$op" = 3 ] || [ "$op" = sig ]; then
@@ -71,13 +56,13 @@ while IFS= read -r line; do
   fi
   for w in "${words[@]}" $([ "$blocks" = "-" ] || echo "$blocks"); do
     case "$w" in OUT|0|1) continue ;; esac
-    if in_manifest "$w"; then used_file[$w]=1; else fail "$name names $w, which is not a fixture"; fi
+    if [ -n "${in_set[$w]:-}" ]; then used_file[$w]=1; else fail "$name names $w, which is not a fixture"; fi
   done
 done < scenarios.txt
 [ "$row_no" -gt 0 ] || fail "scenarios.txt holds no scenario"
 
-# Every image, signature, CRL file and content is used somewhere; keys,
-# certificates, single CRLs and the body are the material they are made of.
+# Images, signatures, CRL files and contents are all used; keys,
+# certificates, single CRLs and the body are what they are made of.
 check
 while IFS= read -r file; do
   case "$file" in images/*|sig/*|crlfiles/*|content/*)
@@ -94,7 +79,6 @@ for needed in valid signer_revoked intermediate_revoked signer_expired_before_ge
   check
   [ -n "${seen_name[$needed]:-}" ] || fail "no scenario named $needed"
 done
-
 check
 cmp -s "$dev_root" pki/root.der || fail "$dev_root is not the fixtures' root (run forge/make_fixtures.sh)"
 

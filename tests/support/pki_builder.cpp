@@ -33,41 +33,45 @@ X509_NAME *ParseName(const std::string &text)
     while (std::getline(rdns, rdn, ',')) {
         std::istringstream attrs(rdn);
         std::string attr;
-        int set = 0;
-        while (std::getline(attrs, attr, '+')) {
-            size_t eq = attr.find('=');
+        for (int set = 0; std::getline(attrs, attr, '+'); set = -1) {
+            const size_t eq = attr.find('=');
             std::string type = attr.substr(0, eq);
-            int strType = V_ASN1_UTF8STRING;
-            if (type.size() > 2 && type.compare(type.size() - 2, 2, "/P") == 0) {
-                type.resize(type.size() - 2);
-                strType = V_ASN1_PRINTABLESTRING;
-            }
-            X509_NAME_add_entry_by_txt(name, type.c_str(), strType,
+            const bool printable = type.size() > 2 && type.compare(type.size() - 2, 2, "/P") == 0;
+            type.resize(printable ? type.size() - 2 : type.size());
+            X509_NAME_add_entry_by_txt(name, type.c_str(), printable ? V_ASN1_PRINTABLESTRING : V_ASN1_UTF8STRING,
                                        reinterpret_cast<const unsigned char *>(attr.c_str() + eq + 1), -1, -1, set);
-            set = -1;
         }
     }
     return name;
 }
 
+/* UTCTime up to 2049, GeneralizedTime from 2050 or when forced. */
 ASN1_TIME *Time(int64_t t, bool generalized)
 {
-    ASN1_TIME *at = ASN1_TIME_new();
-    if (generalized) {
-        ASN1_GENERALIZEDTIME_set(at, static_cast<time_t>(t));
-    } else {
-        ASN1_TIME_set(at, static_cast<time_t>(t));
-    }
-    return at;
+    return generalized ? ASN1_GENERALIZEDTIME_set(nullptr, static_cast<time_t>(t))
+                       : ASN1_TIME_set(nullptr, static_cast<time_t>(t));
 }
 
-void AddExt(X509 *cert, X509 *issuer, int nid, const std::string &value)
+template <class T, class F>
+Bytes ToDer(T *obj, F i2d)
 {
-    X509V3_CTX ctx;
-    X509V3_set_ctx(&ctx, issuer, cert, nullptr, nullptr, 0);
-    X509_EXTENSION *ext = X509V3_EXT_conf_nid(nullptr, &ctx, nid, value.c_str());
-    X509_add_ext(cert, ext, -1);
-    X509_EXTENSION_free(ext);
+    unsigned char *p = nullptr;
+    const int n = i2d(obj, &p);
+    Bytes out(p, p + (n > 0 ? n : 0));
+    OPENSSL_free(p);
+    return out;
+}
+
+template <class T, class F>
+std::string ToPem(T *obj, F write)
+{
+    BIO *bio = BIO_new(BIO_s_mem());
+    write(bio, obj);
+    char *data = nullptr;
+    const long n = BIO_get_mem_data(bio, &data);
+    std::string out(data, static_cast<size_t>(n));
+    BIO_free(bio);
+    return out;
 }
 
 } // namespace
@@ -75,48 +79,51 @@ void AddExt(X509 *cert, X509 *issuer, int nid, const std::string &value)
 Cert MakeCert(const CertSpec &def)
 {
     X509 *cert = X509_new();
-    X509_set_version(cert, 2);
+    X509_set_version(cert, def.version);
     ASN1_INTEGER_set(X509_get_serialNumber(cert), def.serial);
     X509_NAME *subject = ParseName(def.subject);
     X509_set_subject_name(cert, subject);
     X509_set_issuer_name(cert, def.issuer ? X509_get_subject_name(def.issuer) : subject);
     X509_NAME_free(subject);
-    ASN1_TIME *nb = Time(def.notBefore, def.generalizedTime);
-    ASN1_TIME *na = Time(def.notAfter, def.generalizedTime);
-    X509_set1_notBefore(cert, nb);
-    X509_set1_notAfter(cert, na);
-    ASN1_TIME_free(nb);
-    ASN1_TIME_free(na);
+    for (const bool notAfter : {false, true}) {
+        ASN1_TIME *t = Time(notAfter ? def.notAfter : def.notBefore, def.generalizedTime);
+        (notAfter ? X509_set1_notAfter : X509_set1_notBefore)(cert, t);
+        ASN1_TIME_free(t);
+    }
     EVP_PKEY *key = def.key ? def.key : SharedKey(2048);
     X509_set_pubkey(cert, key);
-    X509 *issuer = def.issuer ? def.issuer : cert;
+    /* every extension as libcrypto's config text, the named ones first */
+    std::vector<std::pair<std::string, std::string>> extensions;
     if (def.ca >= 0) {
-        AddExt(cert, issuer, NID_basic_constraints, def.ca ? "critical,CA:TRUE" : "critical,CA:FALSE");
+        extensions.push_back({"basicConstraints", def.ca ? "critical,CA:TRUE" : "critical,CA:FALSE"});
     }
-    if (def.keyUsage >= 0) {
-        static const struct {
-            int bit;
-            const char *name;
-        } kBits[] = {{KU_DIGITAL_SIGNATURE, "digitalSignature"}, {KU_NON_REPUDIATION, "nonRepudiation"},
-                     {KU_KEY_ENCIPHERMENT, "keyEncipherment"},   {KU_DATA_ENCIPHERMENT, "dataEncipherment"},
-                     {KU_KEY_AGREEMENT, "keyAgreement"},         {KU_KEY_CERT_SIGN, "keyCertSign"},
-                     {KU_CRL_SIGN, "cRLSign"}};
+    if (def.keyUsage > 0) {
+        static const std::pair<int, const char *> kBits[] = {
+            {KU_DIGITAL_SIGNATURE, "digitalSignature"}, {KU_NON_REPUDIATION, "nonRepudiation"},
+            {KU_KEY_ENCIPHERMENT, "keyEncipherment"},   {KU_DATA_ENCIPHERMENT, "dataEncipherment"},
+            {KU_KEY_AGREEMENT, "keyAgreement"},         {KU_KEY_CERT_SIGN, "keyCertSign"},
+            {KU_CRL_SIGN, "cRLSign"}};
         std::string value = "critical";
         for (const auto &b : kBits) {
-            if (def.keyUsage & b.bit) {
-                value += std::string(",") + b.name;
-            }
+            value += (def.keyUsage & b.first) != 0 ? std::string(",") + b.second : "";
         }
-        if (value != "critical") {
-            AddExt(cert, issuer, NID_key_usage, value);
-        }
+        extensions.push_back({"keyUsage", value});
     }
     if (!def.extKeyUsage.empty()) {
         std::string value;
         for (int nid : def.extKeyUsage) {
             value += (value.empty() ? "" : ",") + std::string(OBJ_nid2sn(nid));
         }
-        AddExt(cert, issuer, NID_ext_key_usage, value);
+        extensions.push_back({"extendedKeyUsage", value});
+    }
+    extensions.insert(extensions.end(), def.extensions.begin(), def.extensions.end());
+    for (const auto &e : extensions) {
+        X509V3_CTX ctx;
+        X509V3_set_ctx(&ctx, def.issuer ? def.issuer : cert, cert, nullptr, nullptr, 0);
+        X509_EXTENSION *ext = X509V3_EXT_nconf(nullptr, &ctx, e.first.c_str(), e.second.c_str());
+        EXPECT_NE(ext, nullptr) << e.first << " " << e.second;
+        X509_add_ext(cert, ext, -1);
+        X509_EXTENSION_free(ext);
     }
     X509_sign(cert, def.issuerKey ? def.issuerKey : key, def.md ? def.md : EVP_sha256());
     return Cert(cert);
@@ -127,13 +134,12 @@ Crl MakeCrl(const CrlSpec &def)
     X509_CRL *crl = X509_CRL_new();
     X509_CRL_set_version(crl, 1);
     X509_CRL_set_issuer_name(crl, X509_get_subject_name(def.issuer));
-    ASN1_TIME *tu = Time(def.thisUpdate, false);
-    X509_CRL_set1_lastUpdate(crl, tu);
-    ASN1_TIME_free(tu);
-    if (def.nextUpdate != 0) {
-        ASN1_TIME *nu = Time(def.nextUpdate, false);
-        X509_CRL_set1_nextUpdate(crl, nu);
-        ASN1_TIME_free(nu);
+    for (const bool next : {false, true}) {
+        if (!next || def.nextUpdate != 0) {
+            ASN1_TIME *t = Time(next ? def.nextUpdate : def.thisUpdate, false);
+            (next ? X509_CRL_set1_nextUpdate : X509_CRL_set1_lastUpdate)(crl, t);
+            ASN1_TIME_free(t);
+        }
     }
     for (const auto &r : def.revoked) {
         X509_REVOKED *rev = X509_REVOKED_new();
@@ -141,9 +147,9 @@ Crl MakeCrl(const CrlSpec &def)
         ASN1_INTEGER_set(serial, r.serial);
         X509_REVOKED_set_serialNumber(rev, serial);
         ASN1_INTEGER_free(serial);
-        ASN1_TIME *rd = Time(r.date, false);
-        X509_REVOKED_set_revocationDate(rev, rd);
-        ASN1_TIME_free(rd);
+        ASN1_TIME *t = Time(r.date, false);
+        X509_REVOKED_set_revocationDate(rev, t);
+        ASN1_TIME_free(t);
         if (r.reason >= 0) {
             ASN1_ENUMERATED *reason = ASN1_ENUMERATED_new();
             ASN1_ENUMERATED_set(reason, r.reason);
@@ -155,6 +161,7 @@ Crl MakeCrl(const CrlSpec &def)
     if (def.indirect) {
         ISSUING_DIST_POINT *idp = ISSUING_DIST_POINT_new();
         idp->indirectCRL = 0xFF; /* DER TRUE; OpenSSL writes the int as given */
+        idp->onlyuser = def.onlyUserCerts ? 0xFF : 0;
         X509_CRL_add1_ext_i2d(crl, NID_issuing_distribution_point, idp, 1, 0);
         ISSUING_DIST_POINT_free(idp);
     }
@@ -165,37 +172,13 @@ Crl MakeCrl(const CrlSpec &def)
 
 Bytes Der(X509 *cert)
 {
-    unsigned char *p = nullptr;
-    int n = i2d_X509(cert, &p);
-    Bytes out(p, p + (n > 0 ? n : 0));
-    OPENSSL_free(p);
-    return out;
+    return ToDer(cert, i2d_X509);
 }
 
 Bytes Der(X509_CRL *crl)
 {
-    unsigned char *p = nullptr;
-    int n = i2d_X509_CRL(crl, &p);
-    Bytes out(p, p + (n > 0 ? n : 0));
-    OPENSSL_free(p);
-    return out;
+    return ToDer(crl, i2d_X509_CRL);
 }
-
-namespace {
-
-template <typename T, typename F>
-std::string ToPem(T *obj, F write)
-{
-    BIO *bio = BIO_new(BIO_s_mem());
-    write(bio, obj);
-    char *data = nullptr;
-    long n = BIO_get_mem_data(bio, &data);
-    std::string out(data, static_cast<size_t>(n));
-    BIO_free(bio);
-    return out;
-}
-
-} // namespace
 
 std::string Pem(X509 *cert)
 {
@@ -205,6 +188,39 @@ std::string Pem(X509 *cert)
 std::string Pem(X509_CRL *crl)
 {
     return ToPem(crl, PEM_write_bio_X509_CRL);
+}
+
+VexaX509Cert *Decoded::Cert(const Bytes &bytes)
+{
+    der.push_back(bytes);
+    VexaX509Cert *c = nullptr;
+    uint32_t used = 0;
+    EXPECT_EQ(VexaX509DecodeCert(der.back().data(), static_cast<uint32_t>(der.back().size()), &c, &used), 0u);
+    certs.push_back(c);
+    return c;
+}
+
+VexaX509Crl *Decoded::Crl(const Bytes &bytes)
+{
+    der.push_back(bytes);
+    VexaX509Crl *c = nullptr;
+    uint32_t used = 0;
+    EXPECT_EQ(VexaX509DecodeCrl(der.back().data(), static_cast<uint32_t>(der.back().size()), &c, &used), 0u);
+    crls.push_back(c);
+    return c;
+}
+
+void Decoded::Clear()
+{
+    for (VexaX509Cert *c : certs) {
+        VexaX509FreeCert(c);
+    }
+    for (VexaX509Crl *c : crls) {
+        VexaX509FreeCrl(c);
+    }
+    certs.clear();
+    crls.clear();
+    der.clear();
 }
 
 } // namespace testpki

@@ -1,5 +1,6 @@
 /* Certificates, CRLs and keys made in-process with libcrypto, for tests that
- * need many small variations (chains of any length, odd extensions). */
+ * need many small variations (chains of any length, odd extensions), and the
+ * decoded records of such DER or of the forge's fixtures. */
 #ifndef TESTS_SUPPORT_PKI_BUILDER_H
 #define TESTS_SUPPORT_PKI_BUILDER_H
 
@@ -9,28 +10,26 @@
 
 #include <stdint.h>
 
+#include <deque>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/test_env.h"
+#include "vexa/vexa_asn1.h"
 
 namespace testpki {
 
 using testenv::Bytes;
 
-struct KeyFree {
-    void operator()(EVP_PKEY *k) const { EVP_PKEY_free(k); }
+template <class T, void (*Free)(T *)>
+struct Freer {
+    void operator()(T *p) const { Free(p); }
 };
-struct CertFree {
-    void operator()(X509 *c) const { X509_free(c); }
-};
-struct CrlFree {
-    void operator()(X509_CRL *c) const { X509_CRL_free(c); }
-};
-using Key = std::unique_ptr<EVP_PKEY, KeyFree>;
-using Cert = std::unique_ptr<X509, CertFree>;
-using Crl = std::unique_ptr<X509_CRL, CrlFree>;
+using Key = std::unique_ptr<EVP_PKEY, Freer<EVP_PKEY, EVP_PKEY_free>>;
+using Cert = std::unique_ptr<X509, Freer<X509, X509_free>>;
+using Crl = std::unique_ptr<X509_CRL, Freer<X509_CRL, X509_CRL_free>>;
 
 /* One RSA key per size per test process: key generation is slow. */
 EVP_PKEY *SharedKey(int bits, int index = 0);
@@ -40,18 +39,22 @@ constexpr int64_t kT0 = 1767225600;
 constexpr int64_t kDay = 86400;
 
 struct CertSpec {
-    std::string subject = "CN=Test";  /* "C=XX,O=Org,CN=Name" */
+    std::string subject = "CN=Test";     /* "C=XX,O=Org,CN=Name" */
     long serial = 1;
     int64_t notBefore = kT0 - 365 * kDay;
-    int64_t notAfter = kT0 + 365 * kDay;
-    bool generalizedTime = false;     /* force GeneralizedTime for both dates */
-    int ca = -1;                      /* -1: no basicConstraints, 0/1: cA */
-    int keyUsage = -1;                /* KU_* bit mask of OpenSSL, -1: none */
-    std::vector<int> extKeyUsage;     /* NIDs in order */
-    const EVP_MD *md = nullptr;       /* default SHA-256 */
-    EVP_PKEY *key = nullptr;          /* subject key */
-    X509 *issuer = nullptr;           /* null: self-signed */
+    int64_t notAfter = kT0 + 365 * kDay; /* from 2050 on GeneralizedTime anyway */
+    bool generalizedTime = false;        /* force GeneralizedTime for both dates */
+    int ca = -1;                         /* -1: no basicConstraints, 0/1: cA */
+    int keyUsage = -1;                   /* KU_* bit mask of OpenSSL, -1: none */
+    std::vector<int> extKeyUsage;        /* NIDs in order */
+    const EVP_MD *md = nullptr;          /* default SHA-256 */
+    EVP_PKEY *key = nullptr;             /* subject key */
+    X509 *issuer = nullptr;              /* null: self-signed */
     EVP_PKEY *issuerKey = nullptr;
+    long version = 2;                    /* 0: version 1, which has no version field */
+    /* any other extension as libcrypto's config text, e.g. {"subjectAltName",
+     * "DNS:a.example"} or {"1.3.6.1.4.1.99999.1", "critical,DER:05:00"} */
+    std::vector<std::pair<std::string, std::string>> extensions;
 };
 
 Cert MakeCert(const CertSpec &def);
@@ -70,6 +73,7 @@ struct CrlSpec {
     std::vector<RevokedSpec> revoked;
     bool indirect = false;
     const EVP_MD *md = nullptr;
+    bool onlyUserCerts = false; /* with indirect: the IDP's onlyContainsUserCerts */
 };
 
 Crl MakeCrl(const CrlSpec &def);
@@ -78,6 +82,22 @@ Bytes Der(X509 *cert);
 Bytes Der(X509_CRL *crl);
 std::string Pem(X509 *cert);
 std::string Pem(X509_CRL *crl);
+
+using testenv::Fixture;
+
+/* Decoded records whose DER this keeps alive; all freed with it. A decode
+ * that fails is a test failure and gives null. */
+struct Decoded {
+    std::deque<Bytes> der;
+    std::vector<VexaX509Cert *> certs;
+    std::vector<VexaX509Crl *> crls;
+    VexaX509Cert *Cert(const Bytes &bytes);
+    VexaX509Cert *Cert(X509 *cert) { return Cert(Der(cert)); }
+    VexaX509Crl *Crl(const Bytes &bytes);
+    VexaX509Crl *Crl(X509_CRL *crl) { return Crl(Der(crl)); }
+    void Clear();
+    ~Decoded() { Clear(); }
+};
 
 } // namespace testpki
 

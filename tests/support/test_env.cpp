@@ -49,12 +49,9 @@ Bytes ReadBytes(const std::string &path)
 
 void WriteFile(const std::string &path, const void *data, size_t len)
 {
-    FILE *f = fopen(path.c_str(), "wb");
-    ASSERT_NE(f, nullptr) << path;
-    if (len != 0) {
-        ASSERT_EQ(fwrite(data, 1, len, f), len);
-    }
-    fclose(f);
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(static_cast<const char *>(data), static_cast<std::streamsize>(len));
+    EXPECT_TRUE(out.good()) << path;
 }
 
 bool FileExists(const std::string &path)
@@ -63,16 +60,31 @@ bool FileExists(const std::string &path)
     return lstat(path.c_str(), &st) == 0;
 }
 
-std::vector<std::string> LogMessages(const std::string &logPath)
+std::string Data(const std::string &rel)
 {
-    std::vector<std::string> out;
+    return std::string(TESTDATA_DIR) + "/" + rel;
+}
+
+Bytes Fixture(const std::string &rel)
+{
+    Bytes b = ReadBytes(Data(rel));
+    EXPECT_FALSE(b.empty()) << rel;
+    return b;
+}
+
+Lines LogMessages(const std::string &logPath, bool level)
+{
+    Lines out;
     std::istringstream in(ReadFile(logPath));
     std::string line;
     const std::string tag = "CHECK_TOOL: ";
     while (std::getline(in, line)) {
-        size_t at = line.find(tag);
+        const size_t at = line.find(tag);
         if (at != std::string::npos) {
-            out.push_back(line.substr(at + tag.size()));
+            /* the level is the second word: "CRL MAJOR root ..." */
+            const size_t from = line.find(' ') + 1;
+            const std::string prefix = level ? line.substr(from, line.find(' ', from) - from) + " " : "";
+            out.push_back(prefix + line.substr(at + tag.size()));
         }
     }
     return out;
@@ -109,6 +121,13 @@ RunResult RunProcess(const std::vector<std::string> &argv)
     waitpid(pid, &status, 0);
     r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return r;
+}
+
+RunResult RunTool(const std::vector<std::string> &args)
+{
+    std::vector<std::string> argv{CHECKTOOL_TEST_BIN};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return RunProcess(argv);
 }
 
 } // namespace testenv

@@ -1,10 +1,12 @@
 /* Shared helpers of the test suite: a private working directory per test
- * (the test build logs relative to it), whole-file helpers and a way to run
- * the check tool as a real process. */
+ * (the test build logs relative to it), whole-file helpers, the committed
+ * fixtures and a way to run the check tool as a real process. */
 #ifndef TESTS_SUPPORT_TEST_ENV_H
 #define TESTS_SUPPORT_TEST_ENV_H
 
 #include <gtest/gtest.h>
+
+#include <stdint.h>
 
 #include <string>
 #include <vector>
@@ -12,6 +14,7 @@
 namespace testenv {
 
 using Bytes = std::vector<unsigned char>;
+using Lines = std::vector<std::string>;
 
 /* Log directory and files of the test build, relative to the working dir. */
 constexpr const char kLogDir[] = "upgradetool-log";
@@ -33,16 +36,25 @@ inline void WriteFile(const std::string &path, const std::string &s) { WriteFile
 inline void WriteFile(const std::string &path, const Bytes &b) { WriteFile(path, b.data(), b.size()); }
 bool FileExists(const std::string &path);
 
-/* Lines of the log with the header up to "CHECK_TOOL: " removed. */
-std::vector<std::string> LogMessages(const std::string &logPath = kLogPath);
+/* A committed fixture's path, and its bytes (a missing one fails the test). */
+std::string Data(const std::string &rel);
+Bytes Fixture(const std::string &rel);
+inline uint32_t Len(const Bytes &b) { return static_cast<uint32_t>(b.size()); }
+
+/* Lines of the log with the header up to "CHECK_TOOL: " removed; with
+ * `level`, each keeps its level in front ("MAJOR text"). */
+Lines LogMessages(const std::string &logPath = kLogPath, bool level = false);
+/* A result code as the log prints it: a signed decimal. */
+inline std::string Signed(uint32_t code) { return std::to_string(static_cast<int32_t>(code)); }
 
 struct RunResult {
     int status;          /* exit status, or -1 when it did not exit normally */
     std::string out;     /* standard output */
 };
-/* Runs argv (argv[0] is the program) in the current directory, optionally
- * under another identity through setpriv. */
+/* Runs argv (argv[0] is the program) in the current directory. */
 RunResult RunProcess(const std::vector<std::string> &argv);
+/* Runs the test build of the check tool with these arguments. */
+RunResult RunTool(const std::vector<std::string> &args);
 
 } // namespace testenv
 

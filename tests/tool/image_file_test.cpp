@@ -1,6 +1,7 @@
+/* get_cms_file_info over image bytes: where the blocks are, and that no
+ * length in the image can point a block outside the file. The faults of the
+ * committed broken images are run through the tool by the scenarios. */
 #include <gtest/gtest.h>
-
-#include <sys/stat.h>
 
 #include "checktool.h"
 #include "support/image_builder.h"
@@ -8,13 +9,8 @@
 
 namespace {
 
-using testenv::Bytes;
-using testenv::BuildImage;
-using testenv::ImageSpec;
-using testenv::PutLe32;
-using testenv::TrailerOf;
+using namespace testenv;
 
-/* Runs get_cms_file_info over bytes held like read_input_file holds them. */
 uint32_t Locate(Bytes &img, CmsFileInfo *info)
 {
     InputFileSet files = {};
@@ -42,42 +38,7 @@ TEST(ImageLayout, TrailerSitsOnTheSecondSixteenByteBoundaryAfterTheBody)
         EXPECT_EQ(info.contentLen, def.content.size());
         EXPECT_EQ(info.crlLen, def.crl.size());
     }
-}
-
-TEST(ImageLayout, RefusesImagesThatLieAboutTheirBlocks)
-{
-    const uint64_t t = TrailerOf(0x1000);
-    struct Case {
-        const char *fault;
-        void (*mutate)(Bytes &img, uint64_t t);
-    };
-    const Case cases[] = {
-        {"no magic", [](Bytes &img, uint64_t) { img[0x490] = 0; }},
-        {"magic in reversed byte order",
-         [](Bytes &img, uint64_t) {
-             const unsigned char rev[8] = {0xAB, 0xCD, 0x12, 0x34, 0xAA, 0x55, 0xAA, 0x55};
-             std::copy(rev, rev + 8, img.begin() + 0x490);
-         }},
-        {"shorter than the magic", [](Bytes &img, uint64_t) { img.resize(0x497); }},
-        {"trailer past the end", [](Bytes &img, uint64_t t) { img.resize(t + 0x280F); }},
-        {"body length points the trailer out of the file", [](Bytes &img, uint64_t) { PutLe32(img, 0x460, 0xFFFFFFF0u); }},
-        {"CRL length one past the end",
-         [](Bytes &img, uint64_t t) { PutLe32(img, t + 0x280C, static_cast<uint32_t>(img.size() - (t + 0x2810) + 1)); }},
-        {"CRL length wraps", [](Bytes &img, uint64_t t) { PutLe32(img, t + 0x280C, 0xFFFFFFFFu); }},
-        {"signature longer than its room", [](Bytes &img, uint64_t t) { PutLe32(img, t + 12, 8177); }},
-        {"content longer than its room", [](Bytes &img, uint64_t t) { PutLe32(img, t + 0x200C, 2033); }},
-    };
-    for (const auto &c : cases) {
-        Bytes img = BuildImage(ImageSpec{});
-        c.mutate(img, t);
-        CmsFileInfo info;
-        EXPECT_EQ(Locate(img, &info), VEXA_ERR_PARAM) << c.fault;
-        EXPECT_EQ(info.signature, nullptr) << c.fault << ": nothing may be handed on";
-    }
-}
-
-TEST(ImageLayout, BlocksFillingTheirRoomExactlyAreAccepted)
-{
+    /* blocks that fill their rooms exactly, and a CRL ending at the file's end */
     ImageSpec def;
     def.signature.assign(8176, 0x30);
     def.content.assign(2032, 'c');
@@ -88,7 +49,29 @@ TEST(ImageLayout, BlocksFillingTheirRoomExactlyAreAccepted)
     EXPECT_EQ(info.signatureLen, 8176u);
     EXPECT_EQ(info.contentLen, 2032u);
     EXPECT_EQ(info.crlLen, 0u);
-    EXPECT_EQ(info.crl, img.data() + img.size()) << "an empty CRL ends exactly at the end of the file";
+    EXPECT_EQ(info.crl, img.data() + img.size());
+}
+
+TEST(ImageLayout, RefusesImagesThatLieAboutTheirBlocks)
+{
+    const uint64_t t = TrailerOf(0x1000);
+    const struct {
+        const char *fault;
+        void (*mutate)(Bytes &img, uint64_t t);
+    } cases[] = {
+        {"one byte short of the magic", [](Bytes &img, uint64_t) { img.resize(0x497); }},
+        {"trailer past the end", [](Bytes &img, uint64_t t) { img.resize(t + 0x280F); }},
+        {"body length points the trailer out of the file", [](Bytes &img, uint64_t) { PutLe32(img, 0x460, 0xFFFFFFF0u); }},
+        {"CRL length wraps", [](Bytes &img, uint64_t t) { PutLe32(img, t + 0x280C, 0xFFFFFFFFu); }},
+        {"content longer than its room", [](Bytes &img, uint64_t t) { PutLe32(img, t + 0x200C, 2033); }},
+    };
+    for (const auto &c : cases) {
+        Bytes img = BuildImage(ImageSpec{});
+        c.mutate(img, t);
+        CmsFileInfo info;
+        EXPECT_EQ(Locate(img, &info), VEXA_ERR_PARAM) << c.fault;
+        EXPECT_EQ(info.signature, nullptr) << c.fault << ": nothing may be handed on";
+    }
 }
 
 } // namespace

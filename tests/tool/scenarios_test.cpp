@@ -11,96 +11,59 @@
 
 namespace {
 
-using testenv::Bytes;
-using testenv::ReadBytes;
-
-struct Scenario {
-    std::string name;
-    std::string op;
-    std::vector<std::string> args;
-    std::vector<std::string> blocks;
-    int64_t expect;
-    std::string about;
-};
+using namespace testenv;
 
 std::vector<std::string> Split(const std::string &s, char sep)
 {
     std::vector<std::string> out;
     std::istringstream in(s);
-    std::string part;
-    while (std::getline(in, part, sep)) {
+    for (std::string part; std::getline(in, part, sep);) {
         out.push_back(part);
     }
     return out;
 }
 
-std::vector<Scenario> LoadScenarios()
-{
-    std::vector<Scenario> out;
-    std::ifstream in(std::string(TESTDATA_DIR) + "/scenarios.txt");
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#') {
-            continue;
-        }
-        std::vector<std::string> cols = Split(line, '\t');
-        if (cols.size() < 6) {
-            continue;
-        }
-        Scenario s;
-        s.name = cols[0];
-        s.op = cols[1];
-        s.args = Split(cols[2], ' ');
-        s.blocks = cols[3] == "-" ? std::vector<std::string>{} : Split(cols[3], ' ');
-        s.expect = std::stoll(cols[4], nullptr, 0);
-        s.about = cols[5];
-        out.push_back(s);
-    }
-    return out;
-}
-
-std::string Data(const std::string &rel)
-{
-    return std::string(TESTDATA_DIR) + "/" + rel;
-}
-
-class Scenarios : public testenv::TempDirTest {};
+class Scenarios : public TempDirTest {};
 
 TEST_F(Scenarios, CheckToolGivesTheListedResult)
 {
-    std::vector<Scenario> all = LoadScenarios();
-    ASSERT_GT(all.size(), 50u);
-    for (const Scenario &s : all) {
-        SCOPED_TRACE(s.name + ": " + s.about);
-        std::vector<std::string> argv{CHECKTOOL_TEST_BIN};
-        if (s.op == "sig") {
+    std::ifstream in(Data("scenarios.txt"));
+    int count = 0;
+    for (std::string line; std::getline(in, line);) {
+        /* name, op, args, blocks, expected result, about */
+        const std::vector<std::string> col = Split(line, '\t');
+        if (line.empty() || line[0] == '#' || col.size() < 6) {
+            continue;
+        }
+        SCOPED_TRACE(col[0] + ": " + col[5]);
+        count++;
+        std::vector<std::string> args;
+        if (col[1] == "sig") {
             /* a signature block without a committed image: wrap it in one */
-            ASSERT_EQ(s.blocks.size(), 2u);
-            testenv::ImageSpec def;
-            def.signature = ReadBytes(Data(s.blocks[0]));
-            def.content = ReadBytes(Data(s.blocks[1]));
-            testenv::WriteFile("wrapped.img", testenv::BuildImage(def));
-            argv.insert(argv.end(), {"3", Data(s.args[0]), "wrapped.img"});
+            const std::vector<std::string> blocks = Split(col[3], ' ');
+            ASSERT_EQ(blocks.size(), 2u);
+            ImageSpec def;
+            def.signature = Fixture(blocks[0]);
+            def.content = Fixture(blocks[1]);
+            WriteFile("wrapped.img", BuildImage(def));
+            args = {"3", Data(col[2]), "wrapped.img"};
         } else {
-            argv.push_back(s.op);
-            for (const std::string &a : s.args) {
+            args.push_back(col[1]);
+            for (const std::string &a : Split(col[2], ' ')) {
                 if (a == "OUT") {
-                    testenv::WriteFile("out", std::string());
-                    argv.push_back("out");
-                } else if (a.find('/') != std::string::npos) {
-                    argv.push_back(Data(a));
-                } else {
-                    argv.push_back(a);
+                    WriteFile("out", std::string());
                 }
+                args.push_back(a == "OUT" ? "out" : a.find('/') != std::string::npos ? Data(a) : a);
             }
         }
-        testenv::RunResult r = testenv::RunProcess(argv);
-        EXPECT_EQ(r.status, static_cast<int>(s.expect & 0xFF));
-        std::vector<std::string> log = testenv::LogMessages();
+        const int64_t expect = std::stoll(col[4], nullptr, 0);
+        EXPECT_EQ(RunTool(args).status, static_cast<int>(expect & 0xFF));
+        const Lines log = LogMessages();
         ASSERT_FALSE(log.empty());
-        EXPECT_EQ(log.back(), "return result: " + std::to_string(static_cast<int32_t>(s.expect)) + ".");
-        ASSERT_EQ(remove(testenv::kLogPath), 0);
+        EXPECT_EQ(log.back(), "return result: " + std::to_string(static_cast<int32_t>(expect)) + ".");
+        ASSERT_EQ(remove(kLogPath), 0);
     }
+    EXPECT_GT(count, 50);
 }
 
 } // namespace

@@ -1,134 +1,102 @@
-/* The verification context and its add operations: creation records, the
+/* The verification context and its add operations: parameter checks, the
  * root-refusal rule of CRL input, what ends up in the store, the whole-file
- * forms and the bounded list of kept DER buffers. */
+ * forms, and the bounded lists of kept buffers and stored CRLs. */
 #include <gtest/gtest.h>
-
-#include <sys/stat.h>
-
-#include <string>
-#include <vector>
 
 #include "asn1/log_capture.h"
 #include "pki/pki.h"
-#include "support/test_env.h"
-#include "verify/verify_ctx.h"
+#include "support/verify_env.h"
+#include "verify/input_decode.h"
 #include "vexa/vexa_result.h"
 
 namespace {
 
-using testenv::Bytes;
+using namespace testenv;
 
-Bytes Fixture(const std::string &rel)
+static_assert(sizeof(VexaVerifyCtxParams) == 72, "the creation record is 72 bytes");
+
+uint32_t Create(uint64_t size)
 {
-    Bytes b = testenv::ReadBytes(std::string(TESTDATA_DIR) + "/" + rel);
-    EXPECT_FALSE(b.empty()) << rel;
-    return b;
-}
-
-Bytes Concat(std::initializer_list<Bytes> parts)
-{
-    Bytes out;
-    for (const Bytes &p : parts) {
-        out.insert(out.end(), p.begin(), p.end());
-    }
-    return out;
-}
-
-uint32_t Len(const Bytes &b)
-{
-    return static_cast<uint32_t>(b.size());
-}
-
-bool Logged(const std::string &message)
-{
-    for (const logtest::Record &r : logtest::Records()) {
-        if (r.message == message) {
-            return true;
-        }
-    }
-    return false;
-}
-
-/* A fresh context per test, the library's records captured, and a private
- * directory for the file forms. */
-class ContextTest : public testenv::TempDirTest {
-protected:
-    void SetUp() override
-    {
-        TempDirTest::SetUp();
-        ASSERT_EQ(mkdir(testenv::kLogDir, 0750), 0); /* service failures are logged there */
-        logtest::Records().clear();
-        VexaLogSetObserver(logtest::Observe);
-        VexaVerifyCtxParams params = {};
-        params.size = sizeof(params);
-        ASSERT_EQ(VexaVerifyCreateCtx(&ctx_, &params), VEXA_OK);
-    }
-    void TearDown() override
-    {
-        EXPECT_EQ(VexaVerifyDestroyCtx(ctx_), VEXA_OK);
-        VexaLogSetObserver(nullptr);
-        logtest::Records().clear();
-        TempDirTest::TearDown();
-    }
-    uint32_t Certs() const { return ctx_->store->certs.count; }
-    uint32_t Crls() const { return ctx_->store->crls.count; }
-    uint32_t Buffers() const { return ctx_->decodedBuffers.count; }
-
-    VexaVerifyCtx *ctx_ = nullptr;
-};
-
-TEST(ContextCreate, RefusesParameterRecordsOfTheWrongSize)
-{
-    static_assert(sizeof(VexaVerifyCtxParams) == 72, "the creation record is 72 bytes");
-    const struct {
-        uint64_t size;
-        uint32_t code;
-    } cases[] = {{71, VEXA_ERR_RECORD_SIZE}, {73, VEXA_ERR_RECORD_SIZE}, {0, VEXA_ERR_RECORD_SIZE},
-                 {384, VEXA_ERR_RECORD_SIZE}, {72, VEXA_OK}};
-    for (const auto &c : cases) {
-        VexaVerifyCtxParams params = {};
-        params.size = c.size;
-        VexaVerifyCtx *ctx = nullptr;
-        EXPECT_EQ(VexaVerifyCreateCtx(&ctx, &params), c.code) << "size " << c.size;
-        EXPECT_EQ(ctx != nullptr, c.code == VEXA_OK) << "size " << c.size;
-        EXPECT_EQ(VexaVerifyDestroyCtx(ctx), ctx != nullptr ? VEXA_OK : VEXA_ERR_PARAM);
-    }
     VexaVerifyCtxParams params = {};
-    params.size = 72;
+    params.size = size;
     VexaVerifyCtx *ctx = nullptr;
-    EXPECT_EQ(VexaVerifyCreateCtx(nullptr, &params), VEXA_ERR_PARAM);
-    EXPECT_EQ(VexaVerifyCreateCtx(&ctx, nullptr), VEXA_ERR_PARAM);
-    EXPECT_STREQ(VexaGetVersion(), "2.0.650");
+    const uint32_t ret = VexaVerifyCreateCtx(&ctx, &params);
+    const bool consistent = (ret == VEXA_OK) == (ctx != nullptr);
+    (void)VexaVerifyDestroyCtx(ctx);
+    return consistent ? ret : VEXA_ERR_GENERIC;
 }
 
-TEST(ContextCreate, OperationsRefuseAMissingOrForeignContext)
+class ContextTest : public VerifyTest {};
+
+#define ROW(call, code) {#call, call, code}
+constexpr uint32_t kNull = VEXA_ERR_NULL_CTX;
+constexpr uint32_t kSize = VEXA_ERR_RECORD_SIZE;
+constexpr uint32_t kParam = VEXA_ERR_PARAM;
+
+/* Every public operation checks its context first (null, or a record that
+ * was never created) and then refuses null arguments and zero lengths; no
+ * failed call writes its verdict or result. */
+TEST_F(ContextTest, EveryOperationChecksItsParameters)
 {
-    const Bytes root = Fixture("pki/root.der");
-    /* a record that was never created: its marker is not 384 */
+    Ctx owned = NewCtx("crlfiles/good.der");
+    VexaVerifyCtx *ctx = owned.get();
     VexaVerifyCtx forged = {};
     forged.size = 72;
-    EXPECT_EQ(VexaVerifyAddCert(nullptr, root.data(), Len(root)), VEXA_ERR_NULL_CTX);
-    EXPECT_EQ(VexaVerifyAddCert(&forged, root.data(), Len(root)), VEXA_ERR_RECORD_SIZE);
-    EXPECT_EQ(VexaVerifyAddCrl(nullptr, root.data(), Len(root)), VEXA_ERR_NULL_CTX);
-    EXPECT_EQ(VexaVerifyAddCrl(&forged, root.data(), Len(root)), VEXA_ERR_RECORD_SIZE);
-    EXPECT_EQ(VexaVerifyAddCertFile(nullptr, "x"), VEXA_ERR_NULL_CTX);
-    /* the CRL file form checks its context differently */
-    EXPECT_EQ(VexaVerifyAddCrlFile(nullptr, "x"), VEXA_ERR_PARAM);
-    EXPECT_EQ(VexaVerifyAddCrlFile(&forged, "x"), VEXA_ERR_RECORD_SIZE);
-    EXPECT_EQ(VexaVerifyDestroyCtx(nullptr), VEXA_ERR_PARAM);
-}
-
-TEST_F(ContextTest, NullDataAndZeroLengthAreParameterErrors)
-{
-    const Bytes root = Fixture("pki/root.der");
-    EXPECT_EQ(VexaVerifyAddCert(ctx_, nullptr, 10), VEXA_ERR_PARAM);
-    EXPECT_EQ(VexaVerifyAddCert(ctx_, root.data(), 0), VEXA_ERR_PARAM);
-    EXPECT_EQ(VexaVerifyAddCrl(ctx_, nullptr, 10), VEXA_ERR_PARAM);
-    EXPECT_EQ(VexaVerifyAddCrl(ctx_, root.data(), 0), VEXA_ERR_PARAM);
-    EXPECT_EQ(VexaVerifyAddCertFile(ctx_, nullptr), VEXA_ERR_PARAM);
-    EXPECT_EQ(VexaVerifyAddCrlFile(ctx_, nullptr), VEXA_ERR_PARAM);
-    EXPECT_EQ(Certs(), 0u);
-    EXPECT_EQ(Buffers(), 0u);
+    const Bytes good = Fixture("crlfiles/good.der");
+    VexaCrlInfoList *list = nullptr;
+    VexaCrlInfoList *scratch = nullptr;
+    ASSERT_EQ(VexaDecodeCrl(ctx, good.data(), Len(good), &list), VEXA_OK);
+    VexaCrlInfoList empty = {};
+    empty.size = 208;
+    const uint8_t *d = good.data();
+    uint32_t v = 99;
+    VexaVerifyCtxParams params = {};
+    params.size = 72;
+    VexaVerifyCtx *made = nullptr;
+    const struct {
+        const char *call;
+        uint32_t got;
+        uint32_t want;
+    } cases[] = {
+        ROW(Create(71), kSize), ROW(Create(73), kSize), ROW(Create(384), kSize), ROW(Create(72), VEXA_OK),
+        ROW(VexaVerifyCreateCtx(nullptr, &params), kParam), ROW(VexaVerifyCreateCtx(&made, nullptr), kParam),
+        ROW(VexaVerifyDestroyCtx(nullptr), kParam),
+        ROW(VexaVerifyAddCert(nullptr, d, 9), kNull), ROW(VexaVerifyAddCert(&forged, d, 9), kSize),
+        ROW(VexaVerifyAddCert(ctx, nullptr, 9), kParam), ROW(VexaVerifyAddCert(ctx, d, 0), kParam),
+        ROW(VexaVerifyAddCrl(nullptr, d, 9), kNull), ROW(VexaVerifyAddCrl(&forged, d, 9), kSize),
+        ROW(VexaVerifyAddCrl(ctx, nullptr, 9), kParam), ROW(VexaVerifyAddCrl(ctx, d, 0), kParam),
+        ROW(VexaVerifyAddCertFile(nullptr, "x"), kNull), ROW(VexaVerifyAddCertFile(ctx, nullptr), kParam),
+        /* the CRL file form checks its context its own way */
+        ROW(VexaVerifyAddCrlFile(nullptr, "x"), kParam), ROW(VexaVerifyAddCrlFile(&forged, "x"), kSize),
+        ROW(VexaVerifyAddCrlFile(ctx, nullptr), kParam),
+        ROW(VexaVerifyDetachSignatureBegin(nullptr, d, 9), kNull),
+        ROW(VexaVerifyDetachSignatureBegin(&forged, d, 9), kSize),
+        ROW(VexaVerifyDetachSignatureBegin(ctx, nullptr, 9), kParam),
+        ROW(VexaVerifyDetachSignatureBegin(ctx, d, 0), kParam),
+        ROW(VexaVerifyDetachSignatureUpdate(nullptr, d, 1), kNull),
+        ROW(VexaVerifyDetachSignatureUpdate(ctx, nullptr, 1), kParam),
+        ROW(VexaVerifyDetachSignatureUpdate(ctx, d, 0), kParam),
+        ROW(VexaVerifyDetachSignatureFinal(nullptr, &v), kNull),
+        ROW(VexaVerifyDetachSignatureFinal(&forged, &v), kSize),
+        ROW(VexaVerifyDetachSignatureFinal(ctx, nullptr), kParam),
+        ROW(VexaVerifyDetachSignatureQuick(nullptr, "c", "s", &v), kNull),
+        ROW(VexaVerifyDetachSignatureQuick(ctx, nullptr, "s", &v), kParam),
+        ROW(VexaVerifyDetachSignatureQuick(ctx, "c", nullptr, &v), kParam),
+        ROW(VexaVerifyDetachSignatureQuick(ctx, "c", "s", nullptr), kParam),
+        ROW(VexaDecodeCrl(nullptr, d, 9, &scratch), kNull), ROW(VexaDecodeCrl(ctx, d, 0, &scratch), kParam),
+        ROW(VexaDecodeCrl(ctx, d, 9, nullptr), kParam), ROW(VexaCrlInfoListFree(ctx, nullptr), kParam),
+        ROW(VexaCrlCompare(nullptr, list, list, &v), kNull), ROW(VexaCrlCompare(ctx, nullptr, list, &v), kParam),
+        ROW(VexaCrlCompare(ctx, list, nullptr, &v), kParam), ROW(VexaCrlCompare(ctx, list, list, nullptr), kParam),
+        ROW(VexaCrlCompare(ctx, &empty, list, &v), VEXA_ERR_CRL_LIST_EMPTY),
+        ROW(VexaCrlCompare(ctx, list, &empty, &v), VEXA_ERR_CRL_LIST_EMPTY),
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(c.got, c.want) << c.call;
+    }
+    EXPECT_EQ(v, 99u);
+    EXPECT_EQ(ctx->verifyHandles.count, 0u);
+    EXPECT_EQ(VexaCrlInfoListFree(ctx, list), VEXA_OK);
+    EXPECT_STREQ(VexaGetVersion(), "2.0.650");
 }
 
 /* What each add operation accepts and what lands in the store. */
@@ -138,6 +106,11 @@ TEST_F(ContextTest, AddOperationsStoreOnlyWhatTheyMayTake)
     const Bytes intCert = Fixture("pki/int.der");
     const Bytes rootCrl = Fixture("crl/root.crl");
     const Bytes intCrl = Fixture("crl/int.crl");
+    auto cat = [](Bytes a, const Bytes &b) {
+        a.insert(a.end(), b.begin(), b.end());
+        return a;
+    };
+    const std::string shortPem = "-----BEGIN CERTIFICATE-----\nQUJD\n----";
     const struct {
         const char *name;
         bool crlOp;
@@ -148,75 +121,101 @@ TEST_F(ContextTest, AddOperationsStoreOnlyWhatTheyMayTake)
         const char *message; /* a diagnostic that must be present, or null */
     } cases[] = {
         {"a root through AddCert is trusted", false, root, VEXA_OK, 1, 0, nullptr},
-        {"CRLs through AddCert are decoded and dropped", false, Concat({intCert, rootCrl}), VEXA_OK, 1, 0, nullptr},
+        {"CRLs through AddCert are decoded and dropped", false, cat(intCert, rootCrl), VEXA_OK, 1, 0, nullptr},
         {"CRL-only input to AddCert holds no certificate", false, rootCrl, VEXA_ERR_GENERIC, 0, 0, nullptr},
         {"certificate-only input to AddCrl is no CRL input", true, intCert, VEXA_ERR_CRL_DECODE, 0, 0, nullptr},
-        {"CRL-only input to AddCrl is accepted with a warning", true, Concat({rootCrl, intCrl}), VEXA_OK, 0, 2,
+        {"CRL-only input to AddCrl is accepted with a warning", true, cat(rootCrl, intCrl), VEXA_OK, 0, 2,
          "Failed to add certificate into store."},
-        {"a root inside CRL input is refused, the CRL kept", true, Concat({root, rootCrl}), VEXA_OK, 0, 1,
+        {"a root inside CRL input is refused, the CRL kept", true, cat(root, rootCrl), VEXA_OK, 0, 1,
          "There is a root certificate, which is not allowed when add crl or cms."},
-        {"a CA certificate inside CRL input is kept", true, Concat({intCert, intCrl}), VEXA_OK, 1, 1, nullptr},
+        {"a CA certificate inside CRL input is kept", true, cat(intCert, intCrl), VEXA_OK, 1, 1, nullptr},
         {"37 bytes are too short for AddCert", false, Bytes(root.begin(), root.begin() + 37), VEXA_ERR_INPUT_FORMAT,
+         0, 0, nullptr},
+        {"37 bytes of PEM are too short too", false, Bytes(shortPem.begin(), shortPem.end()), VEXA_ERR_INPUT_FORMAT,
          0, 0, nullptr},
         {"37 bytes are no CRL input", true, Bytes(rootCrl.begin(), rootCrl.begin() + 37), VEXA_ERR_CRL_DECODE, 0, 0,
          nullptr},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
-        VexaVerifyCtxParams params = {};
-        params.size = sizeof(params);
-        VexaVerifyCtx *ctx = nullptr;
-        ASSERT_EQ(VexaVerifyCreateCtx(&ctx, &params), VEXA_OK);
+        Ctx ctx = NewCtx();
         logtest::Records().clear();
-        const uint32_t code = c.crlOp ? VexaVerifyAddCrl(ctx, c.input.data(), Len(c.input))
-                                      : VexaVerifyAddCert(ctx, c.input.data(), Len(c.input));
+        const uint32_t code = c.crlOp ? VexaVerifyAddCrl(ctx.get(), c.input.data(), Len(c.input))
+                                      : VexaVerifyAddCert(ctx.get(), c.input.data(), Len(c.input));
         EXPECT_EQ(code, c.code);
         EXPECT_EQ(ctx->store->certs.count, c.certs);
         EXPECT_EQ(ctx->store->crls.count, c.crls);
-        if (c.message != nullptr) {
-            EXPECT_TRUE(Logged(c.message));
+        EXPECT_TRUE(c.message == nullptr || Logged(c.message));
+        if (c.input.size() == 37) {
+            EXPECT_EQ(ctx->decodedBuffers.count, 0u) << "nothing is kept of an input that is too short";
         }
-        EXPECT_EQ(VexaVerifyDestroyCtx(ctx), VEXA_OK);
     }
 }
 
+/* Records the store already holds are accepted again and not added twice;
+ * CRL summaries of them still find their signers. */
 TEST_F(ContextTest, AddingTheSameRecordsTwiceKeepsOneCopy)
 {
-    const Bytes root = Fixture("pki/root.der");
-    const Bytes crlFile = Fixture("crlfiles/good.der");
-    ASSERT_EQ(VexaVerifyAddCert(ctx_, root.data(), Len(root)), VEXA_OK);
-    ASSERT_EQ(VexaVerifyAddCert(ctx_, root.data(), Len(root)), VEXA_OK);
-    EXPECT_EQ(Certs(), 1u);
-    ASSERT_EQ(VexaVerifyAddCrl(ctx_, crlFile.data(), Len(crlFile)), VEXA_OK);
-    const uint32_t certs = Certs();
-    const uint32_t crls = Crls();
+    Ctx ctx = NewCtx("crlfiles/good.der");
+    const uint32_t certs = ctx->store->certs.count;
+    const uint32_t crls = ctx->store->crls.count;
     EXPECT_GE(crls, 1u);
-    ASSERT_EQ(VexaVerifyAddCrl(ctx_, crlFile.data(), Len(crlFile)), VEXA_OK);
-    EXPECT_EQ(Certs(), certs);
-    EXPECT_EQ(Crls(), crls);
-    /* each DER input is kept, whether or not its records were new */
-    EXPECT_EQ(Buffers(), 4u);
-}
-
-/* Each DER input takes one of the 16 buffer slots, kept until release; the
- * 17th input cannot be kept and fails before anything is decoded. */
-TEST_F(ContextTest, SeventeenthDecodedBufferIsRefused)
-{
     const Bytes root = Fixture("pki/root.der");
-    for (int i = 0; i < 16; i++) {
-        ASSERT_EQ(VexaVerifyAddCert(ctx_, root.data(), Len(root)), VEXA_OK) << "input " << i + 1;
-    }
-    EXPECT_EQ(Buffers(), 16u);
-    EXPECT_EQ(VexaVerifyAddCert(ctx_, root.data(), Len(root)), VEXA_ERR_LIST_FULL);
     const Bytes crlFile = Fixture("crlfiles/good.der");
-    EXPECT_EQ(VexaVerifyAddCrl(ctx_, crlFile.data(), Len(crlFile)), VEXA_ERR_CRL_DECODE);
-    EXPECT_EQ(Buffers(), 16u);
-    EXPECT_EQ(Certs(), 1u);
-    EXPECT_EQ(Crls(), 0u);
+    ASSERT_EQ(VexaVerifyAddCert(ctx.get(), root.data(), Len(root)), VEXA_OK);
+    ASSERT_EQ(VexaVerifyAddCrl(ctx.get(), crlFile.data(), Len(crlFile)), VEXA_OK);
+    EXPECT_EQ(ctx->store->certs.count, certs);
+    EXPECT_EQ(ctx->store->crls.count, crls);
+    /* each DER input is kept, whether or not its records were new */
+    EXPECT_EQ(ctx->decodedBuffers.count, 4u);
+    VexaCrlInfoList *list = nullptr;
+    ASSERT_EQ(VexaDecodeCrl(ctx.get(), crlFile.data(), Len(crlFile), &list), VEXA_OK);
+    ASSERT_EQ(list->count, 2u);
+    EXPECT_EQ(list->infos[0]->verified + list->infos[1]->verified, 2u);
+    EXPECT_EQ(ctx->store->crls.count, crls);
+    EXPECT_EQ(VexaCrlInfoListFree(ctx.get(), list), VEXA_OK);
 }
 
-/* The store takes 16 CRLs; the next one is refused with the list's code
- * and the CRLs already added stay. */
+/* Trusted input, PEM blocks and signatures share the context's 16 buffer
+ * slots: a PEM block that finds no slot is dropped silently, DER input and
+ * signatures fail, and the checks already pending still verify. */
+TEST_F(ContextTest, SixteenBufferSlotsAreSharedByAllInput)
+{
+    Ctx ctx = NewCtx("crlfiles/good.der");
+    const Bytes sig = Fixture("sig/no_signed_attrs.der");
+    while (ctx->decodedBuffers.count < 15) {
+        ASSERT_EQ(VexaVerifyDetachSignatureBegin(ctx.get(), sig.data(), Len(sig)), VEXA_OK);
+    }
+    const uint32_t pending = ctx->verifyHandles.count;
+    const uint32_t certs = ctx->store->certs.count;
+    const std::string pem = ReadFile(Data("crlfiles/good.pem")); /* two CRLs, then a certificate */
+    VexaList certList = {};
+    VexaList crlList = {};
+    EXPECT_EQ(InternalDecodeCertCrl(ctx.get(), reinterpret_cast<const uint8_t *>(pem.data()),
+                                    static_cast<uint32_t>(pem.size()), &certList, &crlList),
+              VEXA_OK);
+    EXPECT_EQ(crlList.count, 1u);
+    EXPECT_EQ(certList.count, 0u);
+    VexaListFreeAll(&crlList, [](void *c) { VexaX509FreeCrl(static_cast<VexaX509Crl *>(c)); });
+    EXPECT_EQ(ctx->decodedBuffers.count, 16u);
+
+    const Bytes root = Fixture("pki/root.der");
+    const Bytes crlFile = Fixture("crlfiles/good.der");
+    EXPECT_EQ(VexaVerifyAddCert(ctx.get(), root.data(), Len(root)), VEXA_ERR_LIST_FULL);
+    EXPECT_EQ(VexaVerifyAddCrl(ctx.get(), crlFile.data(), Len(crlFile)), VEXA_ERR_CRL_DECODE);
+    EXPECT_EQ(VexaVerifyDetachSignatureBegin(ctx.get(), sig.data(), Len(sig)), VEXA_ERR_CMS_FORMAT);
+    EXPECT_EQ(ctx->decodedBuffers.count, 16u);
+    EXPECT_EQ(ctx->store->certs.count, certs);
+    EXPECT_EQ(ctx->verifyHandles.count, pending);
+    const Bytes content = Fixture("content/content.bin");
+    ASSERT_EQ(VexaVerifyDetachSignatureUpdate(ctx.get(), content.data(), Len(content)), VEXA_OK);
+    uint32_t verdict = 99;
+    EXPECT_EQ(VexaVerifyDetachSignatureFinal(ctx.get(), &verdict), VEXA_OK);
+    EXPECT_EQ(verdict, 1u);
+}
+
+/* The store takes 16 CRLs; the next one is refused with the list's code,
+ * the CRLs already added stay, and ones it holds are still accepted. */
 TEST_F(ContextTest, SeventeenthCrlInTheStoreIsRefused)
 {
     const char *names[] = {
@@ -225,53 +224,62 @@ TEST_F(ContextTest, SeventeenthCrlInTheStoreIsRefused)
         "root_int_keycompromise_later", "root_int_superseded_later", "root_newer", "root_newer_revokes_int",
         "root_revokes_int", "root_revokes_tsa_later",
     };
+    Ctx ctx = NewCtx();
     Bytes sixteen;
     for (int i = 0; i < 16; i++) {
         const Bytes crl = Fixture(std::string("crl/") + names[i] + ".crl");
         sixteen.insert(sixteen.end(), crl.begin(), crl.end());
     }
-    ASSERT_EQ(VexaVerifyAddCrl(ctx_, sixteen.data(), Len(sixteen)), VEXA_OK);
-    EXPECT_EQ(Crls(), 16u);
+    ASSERT_EQ(VexaVerifyAddCrl(ctx.get(), sixteen.data(), Len(sixteen)), VEXA_OK);
+    EXPECT_EQ(ctx->store->crls.count, 16u);
     const Bytes last = Fixture(std::string("crl/") + names[16] + ".crl");
-    EXPECT_EQ(VexaVerifyAddCrl(ctx_, last.data(), Len(last)), VEXA_ERR_LIST_FULL);
-    EXPECT_EQ(Crls(), 16u);
-    /* CRLs the store already holds are still accepted */
+    EXPECT_EQ(VexaVerifyAddCrl(ctx.get(), last.data(), Len(last)), VEXA_ERR_LIST_FULL);
+    EXPECT_EQ(ctx->store->crls.count, 16u);
     const Bytes again = Fixture("crl/root.crl");
-    EXPECT_EQ(VexaVerifyAddCrl(ctx_, again.data(), Len(again)), VEXA_OK);
+    EXPECT_EQ(VexaVerifyAddCrl(ctx.get(), again.data(), Len(again)), VEXA_OK);
 }
 
+/* The file forms read whole files of at most 2,000,000 bytes and hand them
+ * to the memory forms, whose own codes then count. */
 TEST_F(ContextTest, FileFormsReadWholeFilesUpToTheLimit)
 {
-    const Bytes root = Fixture("pki/root.der");
-    testenv::WriteFile("root.der", root);
-    testenv::WriteFile("empty", std::string());
-    testenv::WriteFile("limit", Bytes(2000000, 0));
-    testenv::WriteFile("over", Bytes(2000001, 0));
+    Ctx ctx = NewCtx();
+    WriteFile("crls.der", Fixture("crlfiles/good.der"));
+    WriteFile("empty", std::string());
+    Bytes big = Fixture("crlfiles/good.der");
+    big.resize(2000000, 0);
+    WriteFile("limit", big);
+    big.push_back(0);
+    WriteFile("over", big);
+    auto decodeFile = [&](const char *path) {
+        VexaCrlInfoList *out = nullptr;
+        const uint32_t ret = VexaDecodeCrlFile(ctx.get(), path, &out);
+        EXPECT_EQ(out != nullptr, ret == VEXA_OK) << path;
+        if (out != nullptr) {
+            EXPECT_EQ(out->count, 2u);
+            VexaCrlInfoListFree(ctx.get(), out);
+        }
+        return ret;
+    };
     const struct {
         const char *path;
-        uint32_t code;
+        uint32_t cert; /* AddCertFile; 0x88300000: any code of the DER decoder */
+        uint32_t crl;  /* AddCrlFile and DecodeCrlFile */
     } cases[] = {
-        {"", VEXA_ERR_PARAM},
-        {"missing", VEXA_ERR_FILE_OPEN},
-        {"empty", VEXA_ERR_FILE_EMPTY},
-        {"over", VEXA_ERR_FILE_TOO_LARGE},
+        {"", VEXA_ERR_PARAM, VEXA_ERR_PARAM},
+        {"missing", VEXA_ERR_FILE_OPEN, VEXA_ERR_FILE_OPEN},
+        {"empty", VEXA_ERR_FILE_EMPTY, VEXA_ERR_FILE_EMPTY},
+        {"over", VEXA_ERR_FILE_TOO_LARGE, VEXA_ERR_FILE_TOO_LARGE},
+        {"limit", 0x88300000u, VEXA_ERR_CRL_DECODE},
+        {"crls.der", VEXA_OK, VEXA_OK},
     };
     for (const auto &c : cases) {
-        EXPECT_EQ(VexaVerifyAddCertFile(ctx_, c.path), c.code) << "'" << c.path << "'";
-        EXPECT_EQ(VexaVerifyAddCrlFile(ctx_, c.path), c.code) << "'" << c.path << "'";
+        SCOPED_TRACE(c.path);
+        const uint32_t cert = VexaVerifyAddCertFile(ctx.get(), c.path);
+        EXPECT_EQ((cert & 0xFFF00000u) == 0x88300000u ? 0x88300000u : cert, c.cert) << std::hex << cert;
+        EXPECT_EQ(VexaVerifyAddCrlFile(ctx.get(), c.path), c.crl);
+        EXPECT_EQ(decodeFile(c.path), c.crl);
     }
-    EXPECT_EQ(Buffers(), 0u);
-    /* 2,000,000 bytes are read and handed to the decoder, which refuses
-     * zeros with its own code, not a file code */
-    const uint32_t limit = VexaVerifyAddCertFile(ctx_, "limit");
-    EXPECT_EQ(limit & 0xFFF00000u, 0x88300000u) << std::hex << limit;
-    EXPECT_EQ(VexaVerifyAddCrlFile(ctx_, "limit"), VEXA_ERR_CRL_DECODE);
-    EXPECT_EQ(Buffers(), 2u);
-    EXPECT_EQ(VexaVerifyAddCertFile(ctx_, "root.der"), VEXA_OK);
-    EXPECT_EQ(Certs(), 1u);
-    testenv::WriteFile("crls.der", Fixture("crlfiles/good.der"));
-    EXPECT_EQ(VexaVerifyAddCrlFile(ctx_, "crls.der"), VEXA_OK);
-    EXPECT_GE(Crls(), 1u);
 }
 
 } // namespace

@@ -4,34 +4,25 @@
  * library sequence operation 3 makes, run in-process once per flipped bit. */
 #include <gtest/gtest.h>
 
-#include <string>
 #include <vector>
 
 #include "checktool.h"
 #include "root_cert.h"
-#include "support/test_env.h"
+#include "support/verify_env.h"
 #include "vexa/vexa_result.h"
-#include "vexa/vexa_verify.h"
 
 namespace {
 
 /* What operation 3 does once the image is parsed: true when it verifies. */
 bool Verifies(const CmsFileInfo &info, const testenv::Bytes &crl)
 {
-    VexaVerifyCtxParams params = {};
-    params.size = sizeof(params);
-    VexaVerifyCtx *ctx = nullptr;
-    if (VexaVerifyCreateCtx(&ctx, &params) != VEXA_OK) {
-        return false;
-    }
+    testenv::Ctx ctx = testenv::NewCtx();
     uint32_t verdict = 0;
-    bool ok = VexaVerifyAddCert(ctx, get_root_cert_data(), get_root_cert_len()) == VEXA_OK &&
-              VexaVerifyAddCrl(ctx, crl.data(), static_cast<uint32_t>(crl.size())) == VEXA_OK &&
-              VexaVerifyDetachSignatureBegin(ctx, info.signature, info.signatureLen) == VEXA_OK &&
-              VexaVerifyDetachSignatureUpdate(ctx, info.content, info.contentLen) == VEXA_OK &&
-              VexaVerifyDetachSignatureFinal(ctx, &verdict) == VEXA_OK && verdict == 1;
-    (void)VexaVerifyDestroyCtx(ctx);
-    return ok;
+    return VexaVerifyAddCert(ctx.get(), get_root_cert_data(), get_root_cert_len()) == VEXA_OK &&
+           VexaVerifyAddCrl(ctx.get(), crl.data(), testenv::Len(crl)) == VEXA_OK &&
+           VexaVerifyDetachSignatureBegin(ctx.get(), info.signature, info.signatureLen) == VEXA_OK &&
+           VexaVerifyDetachSignatureUpdate(ctx.get(), info.content, info.contentLen) == VEXA_OK &&
+           VexaVerifyDetachSignatureFinal(ctx.get(), &verdict) == VEXA_OK && verdict == 1;
 }
 
 /* Byte ranges (inclusive) of sig/valid.der, the valid image's signature
@@ -95,22 +86,19 @@ TEST(TamperTest, AcceptedFieldsStayOutsideTheCoveredBytes)
 
 /* Sanitizer builds run several times slower: there each byte gets one flip,
  * of a bit that moves along with the offset, so every byte is still tried. */
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kOneBitPerByte = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-constexpr bool kOneBitPerByte = true;
-#else
-constexpr bool kOneBitPerByte = false;
+#ifndef __has_feature
+#define __has_feature(x) 0
 #endif
+#if defined(__SANITIZE_ADDRESS__) || __has_feature(address_sanitizer)
+constexpr bool kOneBitPerByte = true;
 #else
 constexpr bool kOneBitPerByte = false;
 #endif
 
 TEST(TamperTest, EverySignedBitFlipIsRefused)
 {
-    testenv::Bytes img = testenv::ReadBytes(std::string(TESTDATA_DIR) + "/images/valid.img");
-    const testenv::Bytes crl = testenv::ReadBytes(std::string(TESTDATA_DIR) + "/crlfiles/good.der");
+    testenv::Bytes img = testenv::Fixture("images/valid.img");
+    const testenv::Bytes crl = testenv::Fixture("crlfiles/good.der");
     InputFileSet files = {};
     files.image = img.data();
     files.imageSize = img.size();
