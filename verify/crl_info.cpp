@@ -38,40 +38,20 @@ void FreeInfo(VexaCrlInfo *info)
 
 uint32_t InternalCheckParamDecodeCrl(const VexaVerifyCtx *ctx, const uint8_t *data, uint32_t length)
 {
-    uint32_t ret = InternalCheckVerifyCtx(ctx);
-    if (ret != VEXA_OK) {
-        return ret;
-    }
-    if (data == nullptr || length == 0) {
-        (void)VEXA_FAIL(VEXA_ERR_PARAM);
-        return VEXA_ERR_PARAM;
-    }
-    return VEXA_OK;
+    return InternalCheckCtxAndArgs(ctx, data != nullptr && length != 0, __func__);
 }
 
 uint32_t InternalCheckParamDecodeCrlFile(const VexaVerifyCtx *ctx, const char *path)
 {
-    uint32_t ret = InternalCheckVerifyCtx(ctx);
-    if (ret != VEXA_OK) {
-        return ret;
-    }
-    if (path == nullptr) {
-        (void)VEXA_FAIL(VEXA_ERR_PARAM);
-        return VEXA_ERR_PARAM;
-    }
-    return VEXA_OK;
+    return InternalCheckCtxAndArgs(ctx, path != nullptr, __func__);
 }
 
 uint32_t InternalCheckParamCrlCompare(const VexaVerifyCtx *ctx, const VexaCrlInfoList *a, const VexaCrlInfoList *b,
                                       const uint32_t *result)
 {
-    uint32_t ret = InternalCheckVerifyCtx(ctx);
+    uint32_t ret = InternalCheckCtxAndArgs(ctx, a != nullptr && b != nullptr && result != nullptr, __func__);
     if (ret != VEXA_OK) {
         return ret;
-    }
-    if (a == nullptr || b == nullptr || result == nullptr) {
-        (void)VEXA_FAIL(VEXA_ERR_PARAM);
-        return VEXA_ERR_PARAM;
     }
     if (a->count == 0 || b->count == 0) {
         (void)VEXA_FAIL(VEXA_ERR_CRL_LIST_EMPTY);

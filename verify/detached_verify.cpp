@@ -24,19 +24,6 @@ void FreeHandleEntry(void *handle)
     InternalFreeVerifyHandle(static_cast<VexaVerifyHandle *>(handle));
 }
 
-uint32_t CheckCtxThen(const VexaVerifyCtx *ctx, bool bad)
-{
-    uint32_t ret = InternalCheckVerifyCtx(ctx);
-    if (ret != VEXA_OK) {
-        return ret;
-    }
-    if (bad) {
-        (void)VEXA_FAIL(VEXA_ERR_PARAM);
-        return VEXA_ERR_PARAM;
-    }
-    return VEXA_OK;
-}
-
 uint32_t HashAlgOf(const VexaPkcs7SignerInfo *signer)
 {
     return VexaGetHashAlgFromOid(&signer->digestAlgorithm.algorithm);
@@ -350,8 +337,8 @@ uint32_t InternalHashContent(const uint8_t *data, uint32_t length, uint32_t hash
 
 extern "C" uint32_t VexaVerifyDetachSignatureBegin(VexaVerifyCtx *ctx, const uint8_t *signature, uint32_t length)
 {
-    uint32_t ret =
-        CheckCtxThen(ctx, signature == nullptr || length == 0);
+    uint32_t ret = InternalCheckCtxAndArgs(ctx, signature != nullptr && length != 0,
+                                           "InternalCheckParamVerifyDetachSignatureBegin");
     if (ret != VEXA_OK) {
         return ret;
     }
@@ -375,8 +362,8 @@ extern "C" uint32_t VexaVerifyDetachSignatureBegin(VexaVerifyCtx *ctx, const uin
 
 extern "C" uint32_t VexaVerifyDetachSignatureUpdate(VexaVerifyCtx *ctx, const uint8_t *content, uint32_t length)
 {
-    uint32_t ret =
-        CheckCtxThen(ctx, content == nullptr || length == 0);
+    uint32_t ret = InternalCheckCtxAndArgs(ctx, content != nullptr && length != 0,
+                                           "InternalCheckParmVerifyDetachSignatureUpdate");
     if (ret != VEXA_OK) {
         return ret;
     }
@@ -403,7 +390,7 @@ extern "C" uint32_t VexaVerifyDetachSignatureUpdate(VexaVerifyCtx *ctx, const ui
 
 extern "C" uint32_t VexaVerifyDetachSignatureFinal(VexaVerifyCtx *ctx, uint32_t *verdict)
 {
-    uint32_t ret = CheckCtxThen(ctx, verdict == nullptr);
+    uint32_t ret = InternalCheckCtxAndArgs(ctx, verdict != nullptr, "InternalCheckParamVerifyDetachSignatureFinal");
     if (ret != VEXA_OK) {
         return ret;
     }
@@ -480,7 +467,8 @@ uint32_t InternalUpdateContent(VexaVerifyCtx *ctx, const char *path)
 extern "C" uint32_t VexaVerifyDetachSignatureQuick(VexaVerifyCtx *ctx, const char *contentPath,
                                                    const char *signaturePath, uint32_t *verdict)
 {
-    uint32_t ret = CheckCtxThen(ctx, contentPath == nullptr || signaturePath == nullptr || verdict == nullptr);
+    uint32_t ret = InternalCheckCtxAndArgs(ctx, contentPath != nullptr && signaturePath != nullptr && verdict != nullptr,
+                                           "InternalCheckParamVerifyDetachSignatureQuick");
     if (ret != VEXA_OK) {
         return ret;
     }

@@ -28,41 +28,17 @@ void FreeHandleEntry(void *handle)
 
 uint32_t InternalCheckParamVerifyAddCert(const VexaVerifyCtx *ctx, const uint8_t *data, uint32_t length)
 {
-    uint32_t ret = InternalCheckVerifyCtx(ctx);
-    if (ret != VEXA_OK) {
-        return ret;
-    }
-    if (data == nullptr || length == 0) {
-        (void)VEXA_FAIL(VEXA_ERR_PARAM);
-        return VEXA_ERR_PARAM;
-    }
-    return VEXA_OK;
+    return InternalCheckCtxAndArgs(ctx, data != nullptr && length != 0, __func__);
 }
 
 uint32_t InternalCheckParamVerifyAddCrl(const VexaVerifyCtx *ctx, const uint8_t *data, uint32_t length)
 {
-    uint32_t ret = InternalCheckVerifyCtx(ctx);
-    if (ret != VEXA_OK) {
-        return ret;
-    }
-    if (data == nullptr || length == 0) {
-        (void)VEXA_FAIL(VEXA_ERR_PARAM);
-        return VEXA_ERR_PARAM;
-    }
-    return VEXA_OK;
+    return InternalCheckCtxAndArgs(ctx, data != nullptr && length != 0, __func__);
 }
 
 uint32_t InternalCheckParamVerifyAddCertFile(const VexaVerifyCtx *ctx, const char *path)
 {
-    uint32_t ret = InternalCheckVerifyCtx(ctx);
-    if (ret != VEXA_OK) {
-        return ret;
-    }
-    if (path == nullptr) {
-        (void)VEXA_FAIL(VEXA_ERR_PARAM);
-        return VEXA_ERR_PARAM;
-    }
-    return VEXA_OK;
+    return InternalCheckCtxAndArgs(ctx, path != nullptr, __func__);
 }
 
 uint32_t InternalCheckParamVerifyAddCrlFile(const VexaVerifyCtx *ctx, const char *path)
@@ -81,6 +57,15 @@ uint32_t InternalCheckVerifyCtx(const VexaVerifyCtx *ctx)
         return VEXA_ERR_NULL_CTX;
     }
     return ctx->size == VEXA_CTX_MARKER ? VEXA_OK : VEXA_ERR_RECORD_SIZE;
+}
+
+uint32_t InternalCheckCtxAndArgs(const VexaVerifyCtx *ctx, bool argsPresent, const char *check)
+{
+    const uint32_t ret = InternalCheckVerifyCtx(ctx);
+    if (ret != VEXA_OK || argsPresent) {
+        return ret;
+    }
+    return VexaLogFailure(VEXA_ERR_PARAM, static_cast<uint32_t>(__LINE__), check);
 }
 
 extern "C" uint32_t VexaVerifyCreateCtx(VexaVerifyCtx **out, const VexaVerifyCtxParams *params)
@@ -225,44 +210,37 @@ extern "C" uint32_t VexaVerifyAddCrl(VexaVerifyCtx *ctx, const uint8_t *data, ui
     return ret;
 }
 
-extern "C" uint32_t VexaVerifyAddCertFile(VexaVerifyCtx *ctx, const char *path)
+namespace {
+
+/* The file forms: the whole file through the memory form, then released.
+ * Failures are recorded under the file form's own name. */
+uint32_t AddFile(VexaVerifyCtx *ctx, const char *path, uint32_t (*add)(VexaVerifyCtx *, const uint8_t *, uint32_t),
+                 const char *function)
 {
-    uint32_t ret = InternalCheckParamVerifyAddCertFile(ctx, path);
-    if (ret != VEXA_OK) {
-        return ret;
-    }
     uint8_t *data = nullptr;
     uint32_t length = 0;
-    ret = InternalReadFile(path, &data, &length);
+    uint32_t ret = InternalReadFile(path, &data, &length);
     if (ret != VEXA_OK) {
-        (void)VEXA_FAIL(ret);
-        return ret;
+        return VexaLogFailure(ret, static_cast<uint32_t>(__LINE__), function);
     }
-    ret = VexaVerifyAddCert(ctx, data, length);
+    ret = add(ctx, data, length);
     if (ret != VEXA_OK) {
-        (void)VEXA_FAIL(ret);
+        (void)VexaLogFailure(ret, static_cast<uint32_t>(__LINE__), function);
     }
     VexaFree(data);
     return ret;
 }
 
+} // namespace
+
+extern "C" uint32_t VexaVerifyAddCertFile(VexaVerifyCtx *ctx, const char *path)
+{
+    const uint32_t ret = InternalCheckParamVerifyAddCertFile(ctx, path);
+    return ret != VEXA_OK ? ret : AddFile(ctx, path, VexaVerifyAddCert, __func__);
+}
+
 extern "C" uint32_t VexaVerifyAddCrlFile(VexaVerifyCtx *ctx, const char *path)
 {
-    uint32_t ret = InternalCheckParamVerifyAddCrlFile(ctx, path);
-    if (ret != VEXA_OK) {
-        return ret;
-    }
-    uint8_t *data = nullptr;
-    uint32_t length = 0;
-    ret = InternalReadFile(path, &data, &length);
-    if (ret != VEXA_OK) {
-        (void)VEXA_FAIL(ret);
-        return ret;
-    }
-    ret = VexaVerifyAddCrl(ctx, data, length);
-    if (ret != VEXA_OK) {
-        (void)VEXA_FAIL(ret);
-    }
-    VexaFree(data);
-    return ret;
+    const uint32_t ret = InternalCheckParamVerifyAddCrlFile(ctx, path);
+    return ret != VEXA_OK ? ret : AddFile(ctx, path, VexaVerifyAddCrl, __func__);
 }

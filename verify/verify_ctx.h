@@ -26,4 +26,9 @@ struct VexaVerifyCtx {
 /* 0x88100000 for a null context, 0x88100002 for a wrong marker. */
 uint32_t InternalCheckVerifyCtx(const VexaVerifyCtx *ctx);
 
+/* What every parameter check of a public operation does: the context check
+ * (its code returned unchanged), then 0x88100001 when an argument is missing,
+ * recorded under `check`, the check's own name. */
+uint32_t InternalCheckCtxAndArgs(const VexaVerifyCtx *ctx, bool argsPresent, const char *check);
+
 #endif
