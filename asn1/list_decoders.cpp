@@ -24,21 +24,9 @@ bool InternalSlotsFit(const VexaAsnItem *list, const VexaAsnMember *element)
     return element->offset >= sizeof(uint32_t) && end <= list->size;
 }
 
-const VexaAsnMember *InternalFindAttrMember(const VexaAsnItem *set, int32_t id)
-{
-    if (id == AOID_UNKNOWN) {
-        return nullptr;
-    }
-    for (uint32_t i = 0; i < set->memberCount; i++) {
-        if (set->members[i].tagNumber == static_cast<uint32_t>(id)) {
-            return &set->members[i];
-        }
-    }
-    return nullptr;
-}
-
-/* One Extension or Attribute entry, stored by its identifier when the set
- * has a member for it and ignored otherwise (critical or not). */
+/* One Extension or Attribute entry, stored by every member of the set for
+ * its identifier (a value may be kept in two forms) and ignored when the set
+ * has none (critical or not). */
 uint32_t InternalDecodeAttrEntry(VexaAsnStream *content, void *dest, const VexaAsnItem *set)
 {
     VexaX509ExtensionEntry entry{};
@@ -46,17 +34,23 @@ uint32_t InternalDecodeAttrEntry(VexaAsnStream *content, void *dest, const VexaA
     uint32_t used = 0;
     VEXA_GUARD(VexaAsnDecodeSeq(content, &entry, &used, &asEntry));
     VEXA_ENSURE(entry.extnValue.data != nullptr && entry.extnValue.len != 0, VEXA_ERR_ASN_LIST);
-    const VexaAsnMember *target = InternalFindAttrMember(set, VexaOidGetId(&entry.extnID));
-    if (target == nullptr) {
+    const int32_t id = VexaOidGetId(&entry.extnID);
+    if (id == AOID_UNKNOWN) {
         return VEXA_OK;
     }
-    VEXA_ENSURE(target->item != nullptr && target->item->decoder != nullptr, VEXA_ERR_ASN_LIST);
-    VEXA_ENSURE(static_cast<uint64_t>(target->offset) + target->item->size <= set->size, VEXA_ERR_ASN_LIST);
-    /* The value is read on its own: it need not fill extnValue, and it can
-     * never reach outside it. */
-    VexaAsnStream value{};
-    VEXA_GUARD(VexaAsnStreamInit(&value, entry.extnValue.data, entry.extnValue.len));
-    VEXA_GUARD(target->item->decoder(&value, InternalAt(dest, target->offset), &used, target));
+    for (uint32_t i = 0; i < set->memberCount; i++) {
+        const VexaAsnMember *target = &set->members[i];
+        if (target->tagNumber != static_cast<uint32_t>(id)) {
+            continue;
+        }
+        VEXA_ENSURE(target->item != nullptr && target->item->decoder != nullptr, VEXA_ERR_ASN_LIST);
+        VEXA_ENSURE(static_cast<uint64_t>(target->offset) + target->item->size <= set->size, VEXA_ERR_ASN_LIST);
+        /* The value is read on its own: it need not fill extnValue, and it
+         * can never reach outside it. */
+        VexaAsnStream value{};
+        VEXA_GUARD(VexaAsnStreamInit(&value, entry.extnValue.data, entry.extnValue.len));
+        VEXA_GUARD(target->item->decoder(&value, InternalAt(dest, target->offset), &used, target));
+    }
     return VEXA_OK;
 }
 

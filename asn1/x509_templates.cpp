@@ -70,6 +70,7 @@ const VexaAsnMember kExtensionsMembers[] = {
     InternalAttr(AOID_CE_BASICCONSTRAINTS, g_itemVexaX509BasicConstraints,
                  offsetof(VexaX509Extensions, basicConstraintsCa)),
     InternalAttr(AOID_CE_KEYUSAGE, g_itemVexaX509KeyUsage, offsetof(VexaX509Extensions, keyUsage)),
+    InternalAttr(AOID_CE_KEYUSAGE, g_itemVexaAsnBits, offsetof(VexaX509Extensions, keyUsageBits)),
     InternalAttr(AOID_CE_EXTKEYUSAGE, g_itemVexaX509ExtKeyUsage, offsetof(VexaX509Extensions, extKeyUsage)),
 };
 

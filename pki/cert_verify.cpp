@@ -10,7 +10,16 @@
 
 namespace {
 
-constexpr int32_t kMaxPathDepth = 10;
+/* Both keys as decoded: the modulus without its sign octet and the
+ * exponent. Another encoding of the same key compares different, which
+ * only makes the walk go on. */
+bool SameKey(const VexaX509Cert *a, const VexaX509Cert *b)
+{
+    const VexaRsaPubKey *ka = &a->tbsCertificate.subjectPublicKeyInfo.subjectPublicKey;
+    const VexaRsaPubKey *kb = &b->tbsCertificate.subjectPublicKeyInfo.subjectPublicKey;
+    return VexaAsnOctsCompare(&ka->modulus, &kb->modulus) == 0 &&
+           VexaAsnOctsCompare(&ka->publicExponent, &kb->publicExponent) == 0;
+}
 
 } // namespace
 
@@ -45,7 +54,7 @@ uint32_t InternalVerifyCertificate(VexaVerifyCtx *ctx, VexaX509Cert *cert, uint3
         return ret;
     }
     uint32_t selfSigned = 0;
-    ret = InternalCheckSelfSigned(cert, &selfSigned);
+    ret = InternalCheckSelfSignedInStore(ctx, cert, &selfSigned);
     if (ret != VEXA_OK) {
         return ret;
     }
@@ -58,13 +67,19 @@ uint32_t InternalVerifyCertificate(VexaVerifyCtx *ctx, VexaX509Cert *cert, uint3
     if (ret != VEXA_OK) {
         return ret;
     }
-    if (crl->tbsCertList.crlExtensions.issuingDistributionPoint.indirectCRL != 1) {
-        /* the CRL's signer shares the certificate's issuer name and its path
-         * has just been verified: nothing above is left to walk */
-        *done = 1;
-        return VEXA_OK;
-    }
     VexaX509Cert *issuer = InternalFindIssuer(ctx, cert);
+    if (crl->tbsCertList.crlExtensions.issuingDistributionPoint.indirectCRL != 1) {
+        /* The CRL signer's path has just been verified. It vouches for the
+         * issuer only when it holds the key that signed the certificate: a
+         * same-name certificate with another key (a rolled-over CA, or a
+         * name equal only in each RDN's first attribute) leaves the issuer's
+         * own validity and revocation to be judged, as after an indirect CRL. */
+        const VexaX509Cert *signer = VexaPkiFindCrlSigner(ctx, crl);
+        if (issuer != nullptr && signer != nullptr && SameKey(signer, issuer)) {
+            *done = 1;
+            return VEXA_OK;
+        }
+    }
     if (issuer == nullptr) {
         return VEXA_ERR_NO_ROOT;
     }
@@ -81,12 +96,21 @@ uint32_t VexaPkiVerifyCert(VexaVerifyCtx *ctx, VexaX509Cert *cert, uint32_t rese
     *verdict = 0;
     if (resetDepth != 0) {
         ctx->pathDepth = 0;
+        InternalPkiMemoForget(ctx);
     }
-    if (ctx->pathDepth > kMaxPathDepth) {
+    if (ctx->pathDepth > VEXA_PKI_MAX_NESTING) {
         VEXA_LOG(VEXA_LOG_ERROR, 0,
                         "The path of certificate is too deep.");
         return VEXA_ERR_PATH_TOO_DEEP;
     }
+    /* CRL signers nest: without this, candidates that lead to each other
+     * are verified once per path through them, exponentially often. */
+    const VexaPkiVerifyOutcome *known = InternalPkiMemoVerified(ctx, cert, crlMode);
+    if (known != nullptr) {
+        *verdict = known->verdict;
+        return known->code;
+    }
+    VexaX509Cert *const first = cert;
     ctx->pathDepth++;
     uint32_t ret = VEXA_OK;
     uint32_t done = 0;
@@ -99,5 +123,6 @@ uint32_t VexaPkiVerifyCert(VexaVerifyCtx *ctx, VexaX509Cert *cert, uint32_t rese
         *verdict = 1;
     }
     ctx->pathDepth--;
+    InternalPkiMemoSetVerified(ctx, first, crlMode, ret, *verdict);
     return ret;
 }

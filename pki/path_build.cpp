@@ -20,7 +20,35 @@ uint32_t VerifyWithKeyOf(const VexaX509Cert *cert, const VexaX509Cert *signer, u
                                 &cert->signatureAlgorithm, verdict);
 }
 
+/* Refusals that depend only on the two certificates; a failing service
+ * (memory, libcrypto) may pass another time and is not remembered. */
+bool IsFinalRefusal(int32_t ret)
+{
+    return ret == -1 || ret == static_cast<int32_t>(VEXA_ERR_KEY_USAGE) ||
+           ret == static_cast<int32_t>(VEXA_ERR_ISSUER_SIGNATURE);
+}
+
 } // namespace
+
+uint32_t InternalCheckSelfSignedInStore(const VexaVerifyCtx *ctx, VexaX509Cert *cert, uint32_t *selfSigned)
+{
+    uint8_t *notSelfSigned = nullptr;
+    if (ctx != nullptr && ctx->store != nullptr) {
+        const int32_t index = InternalStoreIndexOf(&ctx->store->certs, cert);
+        if (index >= 0) {
+            notSelfSigned = &ctx->store->memo.notSelfSigned[index];
+        }
+    }
+    if (notSelfSigned != nullptr && *notSelfSigned != 0) {
+        *selfSigned = 0;
+        return VEXA_OK;
+    }
+    const uint32_t ret = InternalCheckSelfSigned(cert, selfSigned);
+    if (ret == VEXA_OK && *selfSigned == 0 && notSelfSigned != nullptr) {
+        *notSelfSigned = 1;
+    }
+    return ret;
+}
 
 uint32_t InternalCheckSelfSigned(VexaX509Cert *cert, uint32_t *selfSigned)
 {
@@ -57,7 +85,7 @@ int32_t InternalCheckIssuer(VexaX509Cert *cert, VexaX509Cert *candidate)
     if (cmp != 0) {
         return cmp;
     }
-    if ((candidate->tbsCertificate.extensions.keyUsage & VEXA_KU_KEY_CERT_SIGN) == 0) {
+    if (!InternalHasKeyUsage(candidate, VEXA_KU_BIT_KEY_CERT_SIGN)) {
         return static_cast<int32_t>(VEXA_ERR_KEY_USAGE);
     }
     uint32_t verdict = 0;
@@ -77,12 +105,24 @@ VexaX509Cert *InternalFindIssuer(const VexaVerifyCtx *ctx, VexaX509Cert *cert)
     if (ctx == nullptr || ctx->store == nullptr || cert == nullptr) {
         return nullptr;
     }
+    uint8_t *refused = nullptr; /* candidates this certificate's signature has already ruled out */
+    const int32_t index = InternalStoreIndexOf(&ctx->store->certs, cert);
+    if (index >= 0) {
+        refused = ctx->store->memo.issuerRefused[index];
+    }
     const VexaList *certs = &ctx->store->certs;
-    for (uint32_t i = 0; i < certs->count; i++) {
+    for (uint32_t i = 0; i < certs->count && i < VEXA_LIST_CAPACITY; i++) {
         VexaX509Cert *entry = static_cast<VexaX509Cert *>(certs->items[i]);
-        if (entry != nullptr && entry->tbsCertificate.extensions.basicConstraintsCa == 1 &&
-            InternalCheckIssuer(cert, entry) == 0) {
+        if (entry == nullptr || entry->tbsCertificate.extensions.basicConstraintsCa != 1 ||
+            (refused != nullptr && refused[i] != 0)) {
+            continue;
+        }
+        const int32_t ret = InternalCheckIssuer(cert, entry);
+        if (ret == 0) {
             return entry;
+        }
+        if (refused != nullptr && IsFinalRefusal(ret)) {
+            refused[i] = 1;
         }
     }
     return nullptr;
@@ -99,7 +139,7 @@ VexaX509Cert *InternalFindCertRoot(const VexaVerifyCtx *ctx, VexaX509Cert *cert,
             return nullptr;
         }
         uint32_t selfSigned = 0;
-        if (InternalCheckSelfSigned(cert, &selfSigned) != VEXA_OK) {
+        if (InternalCheckSelfSignedInStore(ctx, cert, &selfSigned) != VEXA_OK) {
             return nullptr;
         }
         if (selfSigned == 1) {

@@ -9,15 +9,52 @@
 #include "vexa/vexa_asn1.h"
 #include "vexa/vexa_verify.h"
 
+/* Verifications nest at most this deep (pathDepth 0 .. 10 on entry). */
+constexpr int32_t VEXA_PKI_MAX_NESTING = 10;
+
+/* One remembered certificate verification: its code and verdict. */
+struct VexaPkiVerifyOutcome {
+    uint32_t code;
+    uint8_t known;
+    uint8_t verdict;
+};
+
+/* Outcomes remembered so that hostile input cannot make the same work run
+ * again and again. Checks between two stored records never change (records
+ * are immutable and never leave the store); a whole certificate verification
+ * is remembered only within one top-level verification, keyed by the nesting
+ * depth it started at, so the depth limit gives the same codes as before.
+ * Indexes are store positions. */
+struct VexaPkiMemo {
+    int32_t crlSigner[VEXA_LIST_CAPACITY][VEXA_LIST_CAPACITY]; /* [crl][cert], valid when known */
+    uint8_t crlSignerKnown[VEXA_LIST_CAPACITY][VEXA_LIST_CAPACITY];
+    uint8_t issuerRefused[VEXA_LIST_CAPACITY][VEXA_LIST_CAPACITY]; /* [cert][candidate] */
+    uint8_t notSelfSigned[VEXA_LIST_CAPACITY];
+    VexaPkiVerifyOutcome verified[VEXA_LIST_CAPACITY][VEXA_PKI_MAX_NESTING + 1][2]; /* [cert][depth][crlMode] */
+};
+
 struct VexaPkiStore {
     VexaList certs;
     VexaList crls;
+    VexaPkiMemo memo;
 };
 
-/* keyUsage bits as the decoder stores them (first value octet) */
-constexpr uint32_t VEXA_KU_DIGITAL_SIGNATURE = 0x80;
-constexpr uint32_t VEXA_KU_KEY_CERT_SIGN = 0x04;
-constexpr uint32_t VEXA_KU_CRL_SIGN = 0x02;
+/* keyUsage bits by their position in the BIT STRING (bit 0 is the first
+ * octet's most significant bit), whatever the string's length */
+constexpr uint32_t VEXA_KU_BIT_DIGITAL_SIGNATURE = 0;
+constexpr uint32_t VEXA_KU_BIT_KEY_CERT_SIGN = 5;
+constexpr uint32_t VEXA_KU_BIT_CRL_SIGN = 6;
+
+/* true when the certificate's keyUsage extension asserts the bit */
+bool InternalHasKeyUsage(const VexaX509Cert *cert, uint32_t bit);
+
+/* memo */
+int32_t InternalStoreIndexOf(const VexaList *list, const void *record);
+void InternalPkiMemoForget(VexaVerifyCtx *ctx);
+const VexaPkiVerifyOutcome *InternalPkiMemoVerified(const VexaVerifyCtx *ctx, const VexaX509Cert *cert,
+                                                    uint32_t crlMode);
+void InternalPkiMemoSetVerified(VexaVerifyCtx *ctx, const VexaX509Cert *cert, uint32_t crlMode, uint32_t code,
+                                uint32_t verdict);
 
 /* CRL candidate score bits */
 constexpr uint32_t VEXA_CRL_SCORE_INDIRECT = 0x10;
@@ -38,6 +75,8 @@ VexaX509Cert *VexaPkiFindCrlSigner(const VexaVerifyCtx *ctx, const VexaX509Crl *
 
 /* path building */
 uint32_t InternalCheckSelfSigned(VexaX509Cert *cert, uint32_t *selfSigned);
+/* the same, remembering a certificate of the store that is not self-signed */
+uint32_t InternalCheckSelfSignedInStore(const VexaVerifyCtx *ctx, VexaX509Cert *cert, uint32_t *selfSigned);
 int32_t InternalCheckIssuer(VexaX509Cert *cert, VexaX509Cert *candidate);
 VexaX509Cert *InternalFindIssuer(const VexaVerifyCtx *ctx, VexaX509Cert *cert);
 VexaX509Cert *InternalFindCertRoot(const VexaVerifyCtx *ctx, VexaX509Cert *cert, int32_t depth);

@@ -141,14 +141,27 @@ VexaX509Cert *VexaPkiFindCertByIssuerSerial(const VexaVerifyCtx *ctx, const Vexa
     return nullptr;
 }
 
-/* Checked afresh at every call: nothing about CRL signers is cached. */
+bool InternalHasKeyUsage(const VexaX509Cert *cert, uint32_t bit)
+{
+    /* By position, not by the packed number: in a two-octet string the
+     * second octet's bits (decipherOnly) must not stand in for the first's. */
+    const VexaAsnOcts *bits = &cert->tbsCertificate.extensions.keyUsageBits;
+    const uint32_t octet = bit / 8;
+    if (bits->data == nullptr || octet >= bits->len) {
+        return false;
+    }
+    return (bits->data[octet] & (0x80u >> (bit % 8))) != 0;
+}
+
+/* The check itself; VexaPkiFindCrlSigner remembers its outcome per pair of
+ * stored records. */
 int32_t InternalIsCrlSigner(const VexaX509Crl *crl, const VexaX509Cert *cert)
 {
     int32_t cmp = VexaX509NameCompare(&crl->tbsCertList.issuer, &cert->tbsCertificate.subject);
     if (cmp != 0) {
         return cmp;
     }
-    if ((cert->tbsCertificate.extensions.keyUsage & VEXA_KU_CRL_SIGN) == 0) {
+    if (!InternalHasKeyUsage(cert, VEXA_KU_BIT_CRL_SIGN)) {
         return static_cast<int32_t>(VEXA_ERR_KEY_USAGE);
     }
     uint32_t verdict = 0;
@@ -167,10 +180,25 @@ VexaX509Cert *VexaPkiFindCrlSigner(const VexaVerifyCtx *ctx, const VexaX509Crl *
     if (ctx == nullptr || ctx->store == nullptr || crl == nullptr) {
         return nullptr;
     }
+    VexaPkiMemo *memo = &ctx->store->memo;
+    const int32_t crlIndex = InternalStoreIndexOf(&ctx->store->crls, crl);
     const VexaList *certs = &ctx->store->certs;
-    for (uint32_t i = 0; i < certs->count; i++) {
+    for (uint32_t i = 0; i < certs->count && i < VEXA_LIST_CAPACITY; i++) {
         VexaX509Cert *cert = static_cast<VexaX509Cert *>(certs->items[i]);
-        if (cert != nullptr && InternalIsCrlSigner(crl, cert) == 0) {
+        if (cert == nullptr) {
+            continue;
+        }
+        int32_t ret;
+        if (crlIndex < 0) {
+            ret = InternalIsCrlSigner(crl, cert);
+        } else if (memo->crlSignerKnown[crlIndex][i] != 0) {
+            ret = memo->crlSigner[crlIndex][i];
+        } else {
+            ret = InternalIsCrlSigner(crl, cert);
+            memo->crlSigner[crlIndex][i] = ret;
+            memo->crlSignerKnown[crlIndex][i] = 1;
+        }
+        if (ret == 0) {
             return cert;
         }
     }

@@ -127,10 +127,32 @@ uint32_t InternalBuildRsaKey(const VexaBigInt *exponent, const VexaBigInt *modul
     return VEXA_OK;
 }
 
+constexpr int kMinModulusBits = 1024;
+
+/* A key that proves nothing: with an exponent of 1 every padded message is
+ * its own signature, an even exponent is no RSA key, and a short modulus
+ * can be factored. Such a key verifies no signature at all. */
+bool InternalUsableKey(const EVP_PKEY *pkey)
+{
+    if (EVP_PKEY_get_bits(pkey) < kMinModulusBits) {
+        return false;
+    }
+    BIGNUM *e = nullptr;
+    if (EVP_PKEY_get_bn_param(pkey, OSSL_PKEY_PARAM_RSA_E, &e) != 1 || e == nullptr) {
+        return false;
+    }
+    const bool usable = BN_is_odd(e) && !BN_is_one(e); /* odd and not 1: at least 3 */
+    BN_free(e);
+    return usable;
+}
+
 /* Finishes the digest and checks the PKCS #1 v1.5 signature over it, the
  * way the one-shot EVP verify does. Any failure is simply "not verified". */
 bool InternalVerifyDigest(VexaCryptoCtx *ctx, const uint8_t *signature, uint32_t length)
 {
+    if (!InternalUsableKey(ctx->pkey)) {
+        return false;
+    }
     const EVP_MD *md = EVP_MD_CTX_get0_md(ctx->mdCtx);
     uint8_t digest[EVP_MAX_MD_SIZE];
     unsigned int digestLen = 0;

@@ -229,7 +229,7 @@ uint32_t InternalAddCmsCertsToStore(VexaVerifyCtx *ctx, VexaPkcs7Content *conten
 uint32_t InternalVerifyIssuerCert(VexaVerifyCtx *ctx, VexaX509Cert *cert, uint32_t usage)
 {
     const VexaX509Extensions *ext = &cert->tbsCertificate.extensions;
-    if ((ext->keyUsage & VEXA_KU_DIGITAL_SIGNATURE) == 0 || (ext->extKeyUsage & usage) == 0) {
+    if (!InternalHasKeyUsage(cert, VEXA_KU_BIT_DIGITAL_SIGNATURE) || (ext->extKeyUsage & usage) == 0) {
         (void)VEXA_FAIL(VEXA_ERR_KEY_USAGE);
         return VEXA_ERR_KEY_USAGE;
     }
@@ -347,7 +347,9 @@ extern "C" uint32_t VexaVerifyDetachSignatureBegin(VexaVerifyCtx *ctx, const uin
     }
     VexaPkcs7Content *content = nullptr;
     ret = DecodeSignature(ctx, signature, length, &content);
-    if (content == nullptr || ret != VEXA_OK) {
+    /* A SignedData without a signer proves nothing; Final would otherwise
+     * find no pending check and report a verdict about nothing. */
+    if (content == nullptr || ret != VEXA_OK || content->content.signerInfos.count == 0) {
         VexaPkcs7FreeContent(content);
         (void)VEXA_FAIL(VEXA_ERR_CMS_FORMAT);
         return VEXA_ERR_CMS_FORMAT;

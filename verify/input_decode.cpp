@@ -37,13 +37,35 @@ bool StartsWith(const char *text, const char *prefix)
     return strncmp(text, prefix, Len(prefix)) == 0;
 }
 
+/* Where the next closing marker of one kind lies. The blocks of one input
+ * are visited front to back, so a search from a later block can reuse an
+ * earlier answer that is not behind it: each byte is searched once, and
+ * thousands of unterminated blocks cost one pass, not one pass each. */
+struct PemEndMemo {
+    const char *at; /* first marker at or after the last search start; null: none */
+    bool searched;
+};
+
+const char *FindEndMarker(const char *text, const char *endMarker, PemEndMemo *memo)
+{
+    if (memo != nullptr && memo->searched && (memo->at == nullptr || memo->at >= text)) {
+        return memo->at;
+    }
+    const char *close = strstr(text, endMarker);
+    if (memo != nullptr) {
+        memo->at = close;
+        memo->searched = true;
+    }
+    return close;
+}
+
 /* Finds the body between an opening marker and its closing marker. The text
  * is NUL-terminated; the body is refused when it would start past the
  * closing marker or be longer than the input it came from. */
 uint32_t LocateBody(const char *text, uint32_t length, size_t bodyOffset, const char *endMarker,
-                    uint32_t missingCode, const char **begin, const char **end)
+                    uint32_t missingCode, const char **begin, const char **end, PemEndMemo *memo = nullptr)
 {
-    const char *close = strstr(text, endMarker);
+    const char *close = FindEndMarker(text, endMarker, memo);
     if (close == nullptr) {
         (void)VEXA_FAIL(missingCode);
         return missingCode;
@@ -64,10 +86,13 @@ uint32_t KeepBuffer(VexaVerifyCtx *ctx, uint8_t *der)
     return VexaListAppend(&ctx->decodedBuffers, der);
 }
 
-void InternalPemAddCert(VexaVerifyCtx *ctx, const char *start, const char *end, VexaList *list)
+uint32_t PemDecodeCert(VexaVerifyCtx *ctx, const char *text, uint32_t length, VexaX509Cert **out, PemEndMemo *memo);
+uint32_t PemDecodeCrl(VexaVerifyCtx *ctx, const char *text, uint32_t length, VexaX509Crl **out, PemEndMemo *memo);
+
+void InternalPemAddCert(VexaVerifyCtx *ctx, const char *start, const char *end, VexaList *list, PemEndMemo *memo)
 {
     VexaX509Cert *cert = nullptr;
-    if (InternalPemDecodeCert(ctx, start, static_cast<uint32_t>(end - start), &cert) != VEXA_OK) {
+    if (PemDecodeCert(ctx, start, static_cast<uint32_t>(end - start), &cert, memo) != VEXA_OK) {
         return; /* a damaged block is skipped; the others still count */
     }
     if (list == nullptr || VexaListAppend(list, cert) != VEXA_OK) {
@@ -75,10 +100,10 @@ void InternalPemAddCert(VexaVerifyCtx *ctx, const char *start, const char *end, 
     }
 }
 
-void InternalPemAddCrl(VexaVerifyCtx *ctx, const char *start, const char *end, VexaList *list)
+void InternalPemAddCrl(VexaVerifyCtx *ctx, const char *start, const char *end, VexaList *list, PemEndMemo *memo)
 {
     VexaX509Crl *crl = nullptr;
-    if (InternalPemDecodeCrl(ctx, start, static_cast<uint32_t>(end - start), &crl) != VEXA_OK) {
+    if (PemDecodeCrl(ctx, start, static_cast<uint32_t>(end - start), &crl, memo) != VEXA_OK) {
         return;
     }
     if (list == nullptr || VexaListAppend(list, crl) != VEXA_OK) {
@@ -135,14 +160,14 @@ struct PemKind {
 /* Failures are recorded under the caller's name (`function`). */
 template <typename Record>
 uint32_t PemDecodeRecord(VexaVerifyCtx *ctx, const char *text, uint32_t length, const PemKind<Record> &kind,
-                         Record **out, const char *function)
+                         Record **out, const char *function, PemEndMemo *memo)
 {
     if (!StartsWith(text, kind.begin)) {
         return VEXA_ERR_INPUT_FORMAT;
     }
     const char *begin = nullptr;
     const char *end = nullptr;
-    uint32_t ret = LocateBody(text, length, kind.bodyOffset, kind.end, VEXA_ERR_INPUT_FORMAT, &begin, &end);
+    uint32_t ret = LocateBody(text, length, kind.bodyOffset, kind.end, VEXA_ERR_INPUT_FORMAT, &begin, &end, memo);
     if (ret != VEXA_OK) {
         return ret;
     }
@@ -174,16 +199,26 @@ constexpr PemKind<VexaX509Cert> kPemCert = {kCertBegin, Len(kCertBegin) + 1, kCe
                                             VexaX509FreeCert};
 constexpr PemKind<VexaX509Crl> kPemCrl = {kCrlBegin, Len(kCrlBegin), kCrlEnd, VexaX509DecodeCrl, VexaX509FreeCrl};
 
+uint32_t PemDecodeCert(VexaVerifyCtx *ctx, const char *text, uint32_t length, VexaX509Cert **out, PemEndMemo *memo)
+{
+    return PemDecodeRecord(ctx, text, length, kPemCert, out, "InternalPemDecodeCert", memo);
+}
+
+uint32_t PemDecodeCrl(VexaVerifyCtx *ctx, const char *text, uint32_t length, VexaX509Crl **out, PemEndMemo *memo)
+{
+    return PemDecodeRecord(ctx, text, length, kPemCrl, out, "InternalPemDecodeCrl", memo);
+}
+
 } // namespace
 
 uint32_t InternalPemDecodeCert(VexaVerifyCtx *ctx, const char *text, uint32_t length, VexaX509Cert **out)
 {
-    return PemDecodeRecord(ctx, text, length, kPemCert, out, __func__);
+    return PemDecodeCert(ctx, text, length, out, nullptr);
 }
 
 uint32_t InternalPemDecodeCrl(VexaVerifyCtx *ctx, const char *text, uint32_t length, VexaX509Crl **out)
 {
-    return PemDecodeRecord(ctx, text, length, kPemCrl, out, __func__);
+    return PemDecodeCrl(ctx, text, length, out, nullptr);
 }
 
 uint32_t InternalPemDecodeCms(VexaVerifyCtx *ctx, const char *text, uint32_t length, VexaPkcs7Content **out)
@@ -234,6 +269,8 @@ uint32_t InternalDecodePemCertCrl(VexaVerifyCtx *ctx, const char *text, uint32_t
         (void)VEXA_FAIL(VEXA_ERR_PARAM);
         return VEXA_ERR_PARAM;
     }
+    PemEndMemo certEnd{};
+    PemEndMemo crlEnd{};
     const char *p = strstr(text, kBegin);
     while (p != nullptr) {
         const char *label = p + Len(kBegin);
@@ -252,9 +289,9 @@ uint32_t InternalDecodePemCertCrl(VexaVerifyCtx *ctx, const char *text, uint32_t
         }
         const char *blockEnd = t + Len(kDashes);
         if (StartsWith(label, "CERTIFICATE")) {
-            InternalPemAddCert(ctx, p, blockEnd, certs);
+            InternalPemAddCert(ctx, p, blockEnd, certs, &certEnd);
         } else if (StartsWith(label, "X509 CRL")) {
-            InternalPemAddCrl(ctx, p, blockEnd, crls);
+            InternalPemAddCrl(ctx, p, blockEnd, crls, &crlEnd);
         }
         p = strstr(blockEnd, kBegin);
     }

@@ -264,6 +264,7 @@ typedef struct VexaX509Extensions {
     uint32_t basicConstraintsCa; /* 1 when cA is TRUE */
     uint32_t keyUsage;           /* first value octet, or first*256+second */
     uint32_t extKeyUsage;        /* VEXA_EKU_* of the first listed purpose */
+    VexaAsnOcts keyUsageBits;    /* the keyUsage value octets, so a bit is tested at its position */
 } VexaX509Extensions;
 
 typedef struct VexaX509TbsCert {
