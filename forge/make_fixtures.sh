@@ -75,11 +75,15 @@ key signer2 2048
 key other_root 2048
 key other_int 2048
 key other_signer 2048
+key int_new 2048
 
 # ---------------------------------------------------------------- certificates
+# An issuer is named by its certificate, whose key file has the same name, or
+# as CERTIFICATE:KEY where they differ.
+issuer() { echo --issuer-cert "pki/${1%%:*}.der" --issuer-key "keys/${1##*:}.key"; }
 ca() { # name, key, issuer (or -), serial, subject, not-after
   local issuer_args=(--self-signed)
-  [ "$3" != "-" ] && issuer_args=(--issuer-cert "pki/$3.der" --issuer-key "keys/${3}.key")
+  [ "$3" != "-" ] && read -r -a issuer_args <<< "$(issuer "$3")"
   F cert --subject "$5" --key "keys/$2.key" "${issuer_args[@]}" --serial "$4" \
     --not-before 250101000000Z --not-after "$6" --ca yes --key-usage keyCertSign,cRLSign \
     --out "pki/$1.der"
@@ -91,12 +95,30 @@ ca intb intb root 0x1004 "$DN/CN=Checktool Development Recovery CA" 351231235959
 # tell it apart.
 ca other_root other_root - 1 "$DN/CN=Checktool Development Root 1" 20501231235959Z
 ca other_int other_int other_root 0x1101 "$DN/CN=Checktool Development Code Signing CA" 351231235959Z
+# Same-name CA certificates: the code-signing CA rolled over to a new key,
+# its old key in a certificate that expired before genTime, and two CAs whose
+# names differ only in a second attribute of an RDN.
+ca int_new int_new root 0x1005 "$DN/CN=Checktool Development Code Signing CA" 351231235959Z
+ca int_old_expired int root 0x1006 "$DN/CN=Checktool Development Code Signing CA" 260201000000Z
+ca vendor_signing intb root 0x1007 "$DN/CN=Vendor CA+OU=Code Signing" 351231235959Z
+ca vendor_recovery int_new root 0x1008 "$DN/CN=Vendor CA+OU=Key Recovery" 351231235959Z
+# CAs that issue indirect CRLs for each other and have no CRL of their
+# own from the root: their CRL signers can only be verified through each
+# other, down to the nesting limit.
+ca loop1 int root 0x1111 "$DN/CN=Checktool Loop CA 1" 351231235959Z
+ca loop2 intb root 0x1112 "$DN/CN=Checktool Loop CA 2" 351231235959Z
+ca loop3 signer root 0x1113 "$DN/CN=Checktool Loop CA 3" 351231235959Z
+ca loop4 signer2 root 0x1114 "$DN/CN=Checktool Loop CA 4" 351231235959Z
+ca chain1 int root 0x1201 "$DN/CN=Checktool Chain CA 1" 351231235959Z
+ca chain2 intb chain1:int 0x1202 "$DN/CN=Checktool Chain CA 2" 351231235959Z
+ca chain3 signer chain2:intb 0x1203 "$DN/CN=Checktool Chain CA 3" 351231235959Z
+ca chain4 signer2 chain3:signer 0x1204 "$DN/CN=Checktool Chain CA 4" 351231235959Z
 
 leaf() { # name, key, issuer, serial, subject, not-before, not-after, key usage, eku, extra...
   local name=$1 k=$2 issuer=$3 serial=$4 subject=$5 nb=$6 na=$7 ku=$8 eku=$9
   shift 9
-  F cert --subject "$subject" --key "keys/$k.key" --issuer-cert "pki/$issuer.der" \
-    --issuer-key "keys/$issuer.key" --serial "$serial" --not-before "$nb" --not-after "$na" \
+  # shellcheck disable=SC2046
+  F cert --subject "$subject" --key "keys/$k.key" $(issuer "$issuer") --serial "$serial" --not-before "$nb" --not-after "$na" \
     --ca no --key-usage "$ku" --eku "$eku" "$@" --out "pki/$name.der"
 }
 S="$DN/CN=Checktool Development Image Signer"
@@ -113,6 +135,9 @@ leaf signer_sha1 signer int 0x2007 "$S" 250601000000Z 280601000000Z digitalSigna
 leaf signer_eku_codesign_second signer int 0x2008 "$S" 250601000000Z 280601000000Z digitalSignature serverAuth,codeSigning
 leaf signer2 signer2 int 0x2009 "$S 2" 250601000000Z 280601000000Z digitalSignature codeSigning
 leaf other_signer other_signer other_int 0x2101 "$S" 250601000000Z 280601000000Z digitalSignature codeSigning
+leaf signer_ku_decipher_only signer int 0x200a "$S" 250601000000Z 280601000000Z keyAgreement,decipherOnly codeSigning
+leaf signer_ku_with_decipher_only signer int 0x200b "$S" 250601000000Z 280601000000Z digitalSignature,decipherOnly codeSigning
+leaf vendor_signer signer vendor_signing:intb 0x2010 "$S" 250601000000Z 280601000000Z digitalSignature codeSigning
 
 root_size=$(stat -c %s pki/root.der)
 if [ "$root_size" != 1363 ]; then
@@ -125,7 +150,8 @@ crl() { # name, issuer, this-update, next-update (or -), extra...
   shift 4
   local next=(--next-update "$nu")
   [ "$nu" = "-" ] && next=(--no-next-update)
-  F crl --issuer-cert "pki/$issuer.der" --issuer-key "keys/$issuer.key" --this-update "$tu" \
+  # shellcheck disable=SC2046
+  F crl $(issuer "$issuer") --this-update "$tu" \
     "${next[@]}" "$@" --out "crl/$name.crl"
 }
 NOW=(260101000000Z 270101000000Z)    # the current CRLs: valid at genTime
@@ -152,6 +178,15 @@ crl root_20_entries root "${NOW[@]}" --revoke-range 0x3000:20:251201000000Z
 crl root_21_entries root "${NOW[@]}" --revoke-range 0x3000:21:251201000000Z
 crl root_no_next_update root 260101000000Z - "${ROOT_ENTRY[@]}"
 crl root_v1 root "${NOW[@]}" --version 1 --no-key-id
+crl int_new int_new "${NOW[@]}" "${INT_ENTRY[@]}" --crl-number 1
+crl root_revokes_vendor_signing root "${NOW[@]}" "${ROOT_ENTRY[@]}" --revoke 0x1007:260201000000Z:keyCompromise
+crl vendor_recovery vendor_recovery:int_new "${NOW[@]}" --crl-number 1
+loop_keys=(- int intb signer signer2)
+for i in 1 2 3 4; do crl "loop$i" "loop$i:${loop_keys[$i]}" "${NOW[@]}" --indirect; done
+crl chain1 chain1:int "${NOW[@]}"
+crl chain2 chain2:intb "${NOW[@]}"
+crl chain3 chain3:signer "${NOW[@]}" --indirect
+crl chain4 chain4:signer2 "${NOW[@]}" --indirect
 
 # ---------------------------------------------------------------- CRL files
 cf() { # name, members... (crl/NAME.crl or pki/NAME.der)
@@ -185,6 +220,14 @@ cf cmp_20_entries "$(C root_20_entries)" "$(C int)" pki/int.der
 cf cmp_21_entries "$(C root_21_entries)" "$(C int)" pki/int.der
 cf cmp_no_next_update "$(C root_no_next_update)" "$(C int)" pki/int.der
 cf cmp_v1 "$(C root_v1)" "$(C int)" pki/int.der
+cf rollover_old_key_revoked "$(C root_revokes_int)" "$(C int_new)" pki/int_new.der
+cf rollover "$(C root)" "$(C int_new)" pki/int_new.der
+cf vendor_recovery_crl "$(C root_revokes_vendor_signing)" "$(C vendor_recovery)" pki/vendor_recovery.der
+cf loop_indirect_3 "$(C loop1)" "$(C loop2)" "$(C loop3)" pki/loop1.der pki/loop2.der pki/loop3.der
+cf loop_indirect_4 "$(C loop1)" "$(C loop2)" "$(C loop3)" "$(C loop4)" pki/loop1.der pki/loop2.der \
+  pki/loop3.der pki/loop4.der
+cf chain_two_indirect "$(C chain1)" "$(C chain2)" "$(C chain3)" "$(C chain4)" pki/chain1.der \
+  pki/chain2.der pki/chain3.der pki/chain4.der
 F crlfile --trailing-zeros 20 --out crlfiles/good_trailing_20.der crlfiles/good.der
 F crlfile --trailing-zeros 40 --out crlfiles/good_trailing_40.der crlfiles/good.der
 F body --size 600 --out crlfiles/garbage.bin
@@ -246,6 +289,10 @@ sig ts_with_root_cert --ts-cert pki/tsa.der --ts-cert pki/root.der
 sig sha1_imprint --ts-digest sha1
 sig ts_gen_time_tampered --ts-tamper-gen-time "$GEN_TAMPERED"
 sig ts_gen_time_tampered_no_attrs --ts-no-signed-attrs --ts-tamper-gen-time "$GEN_TAMPERED"
+sign_with rollover_old_key_expired signer signer signer,int_old_expired
+sign_with vendor_signer vendor_signer signer vendor_signer,vendor_signing
+sign_with signer_ku_decipher_only signer_ku_decipher_only signer signer_ku_decipher_only,int
+sign_with signer_ku_with_decipher_only signer_ku_with_decipher_only signer signer_ku_with_decipher_only,int
 
 # ---------------------------------------------------------------- images
 img() { # name, signature, extra...
@@ -349,6 +396,15 @@ opsig sig_ts_gen_time_tampered $good ts_gen_time_tampered 0x88200403 "fails: gen
 opsig sig_ts_gen_time_tampered_no_attrs $good ts_gen_time_tampered_no_attrs 0x88200403 "fails: genTime changed after the TSA signed the TSTInfo directly"
 opsig sig_signer_eku_codesign_second $good signer_eku_codesign_second 0x88200007 "fails: code signing is the second extended key usage; only the first counts"
 
+# Attacks on the path walk: a CRL signed by another certificate of the
+# issuer's name does not vouch for the issuer itself.
+op3 rollover_old_key_revoked crlfiles/rollover_old_key_revoked.der valid "$V" 0x88200002 "fails: the CA's CRL is signed by its rolled-over key; the old CA certificate that issued the signer is revoked (keyCompromise) by the root"
+opsig sig_rollover_old_key_expired crlfiles/rollover.der rollover_old_key_expired 0x88200014 "fails: the CA's CRL is signed by its rolled-over key; the old-key CA certificate that issued the signer expired before genTime"
+op3 rollover crlfiles/rollover.der valid "$V" 0 "verifies: the CA's CRL is signed by its rolled-over key and the old CA certificate is valid and unrevoked"
+opsig sig_vendor_same_first_attribute crlfiles/vendor_recovery_crl.der vendor_signer 0x88200002 "fails: the signer's revoked CA (CN=Vendor CA + OU=Code Signing) and the CRL's signer (CN=Vendor CA + OU=Key Recovery) match only on each RDN's first attribute"
+opsig sig_signer_ku_decipher_only $good signer_ku_decipher_only 0x88200007 "fails: key usage keyAgreement and decipherOnly (two octets), no digitalSignature"
+opsig sig_signer_ku_with_decipher_only $good signer_ku_with_decipher_only 0 "verifies: key usage digitalSignature and decipherOnly (two octets)"
+
 # Operation 0: extract the image's own CRL block.
 row extract_crl 0 "images/valid.img OUT" - 0 "writes OUT with exactly the bytes of crlfiles/good.der"
 row extract_crl_no_magic 0 "images/no_magic.img OUT" - 0x88100001 "fails: no trailer magic"
@@ -373,6 +429,9 @@ row check_dup_issuer 2 crlfiles/cmp_dup_issuer.der - 3 "invalid: two CRLs from t
 row check_trailing_20 2 crlfiles/good_trailing_20.der - 0 "valid: 20 trailing zero bytes are ignored"
 row check_trailing_40 2 crlfiles/good_trailing_40.der - 3 "invalid: 40 trailing zero bytes fail the decoding"
 row check_garbage 2 crlfiles/garbage.bin - 3 "invalid: not DER at all"
+row check_loop_indirect_3 2 crlfiles/loop_indirect_3.der - 3 "invalid: three CAs' indirect CRLs vouch only for each other (no root CRL); verified once each, not once per path"
+row check_loop_indirect_4 2 crlfiles/loop_indirect_4.der - 3 "invalid: the same with four CAs"
+row check_chain_two_indirect 2 crlfiles/chain_two_indirect.der - 3 "invalid: a four-CA chain whose lower CAs issue indirect CRLs, no root CRL"
 
 # Operation 1: update CRL file (first) against device CRL file (second).
 row compare_same 1 "$good $good" - 0 "neither newer"

@@ -1,0 +1,165 @@
+/* Inputs made to slip past the checks or to stall a device: each test is
+ * named for the attack it stops. The path-walk and key-usage attacks run
+ * through the tool as scenarios (tests/testdata/scenarios.txt). */
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+
+#include <openssl/core_names.h>
+#include <openssl/evp.h>
+#include <openssl/rsa.h>
+
+#include "asn1/der_builder.h"
+#include "support/verify_env.h"
+#include "verify/input_decode.h"
+#include "vexa/vexa_crypto.h"
+#include "vexa/vexa_result.h"
+
+namespace {
+
+using namespace testenv;
+using namespace dertest;
+
+class HostileInputTest : public VerifyTest {};
+
+double SecondsOf(const std::function<void()> &run)
+{
+    const auto start = std::chrono::steady_clock::now();
+    run();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+/* Begin used to accept it, leaving no pending check behind, and Final then
+ * called the empty signature verified. */
+TEST_F(HostileInputTest, SignedDataWithoutSignerIsRefusedAtBegin)
+{
+    const Bytes sha256 = Seq({Oid({0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x01}), Null()});
+    const Bytes signedData = Seq({Int({1}), Set({sha256}), Seq({Oid({0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x01})}),
+                                  Set({})});
+    const Bytes der = Seq({Oid({0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x02}), Explicit(0, signedData)});
+    VexaPkcs7Content *content = nullptr;
+    uint32_t consumed = 0;
+    ASSERT_EQ(VexaPkcs7DecodeContent(der.data(), Len(der), &content, &consumed), VEXA_OK) << "well-formed otherwise";
+    VexaPkcs7FreeContent(content);
+
+    Ctx ctx = NewCtx("crlfiles/good.der");
+    EXPECT_EQ(VexaVerifyDetachSignatureBegin(ctx.get(), der.data(), Len(der)), VEXA_ERR_CMS_FORMAT);
+}
+
+VexaBigInt BigIntOf(const Bytes &b)
+{
+    VexaBigInt v{};
+    v.len = Len(b);
+    std::copy(b.begin(), b.end(), v.bytes);
+    return v;
+}
+
+Bytes ParamOf(EVP_PKEY *key, const char *name)
+{
+    BIGNUM *bn = nullptr;
+    EXPECT_EQ(EVP_PKEY_get_bn_param(key, name, &bn), 1);
+    Bytes out(static_cast<size_t>(BN_num_bytes(bn)));
+    BN_bn2bin(bn, out.data());
+    BN_free(bn);
+    return out;
+}
+
+uint32_t ServiceVerdict(const Bytes &e, const Bytes &n, const Bytes &data, const Bytes &sig)
+{
+    const VexaBigInt exponent = BigIntOf(e);
+    const VexaBigInt modulus = BigIntOf(n);
+    VexaCryptoCtx *ctx = nullptr;
+    uint32_t verdict = 99;
+    EXPECT_EQ(VexaRsaVerifyCreate(&ctx), VEXA_OK);
+    EXPECT_EQ(VexaRsaVerifyInit(ctx, &exponent, &modulus, VEXA_CRYPTO_SHA256), VEXA_OK);
+    EXPECT_EQ(VexaRsaVerifyUpdate(ctx, data.data(), Len(data)), VEXA_OK);
+    EXPECT_EQ(VexaRsaVerifyFinal(ctx, sig.data(), Len(sig), &verdict), VEXA_OK);
+    VexaRsaVerifyFree(ctx);
+    return verdict;
+}
+
+/* A key of `bits` and a real signature over `data` made with it. */
+void SignWithNewKey(int bits, const Bytes &data, Bytes *e, Bytes *n, Bytes *sig)
+{
+    EVP_PKEY *key = EVP_RSA_gen(static_cast<unsigned int>(bits));
+    ASSERT_NE(key, nullptr);
+    EVP_MD_CTX *md = EVP_MD_CTX_new();
+    size_t len = static_cast<size_t>(EVP_PKEY_get_size(key));
+    sig->resize(len);
+    ASSERT_EQ(EVP_DigestSignInit(md, nullptr, EVP_sha256(), nullptr, key), 1);
+    ASSERT_EQ(EVP_DigestSign(md, sig->data(), &len, data.data(), data.size()), 1);
+    sig->resize(len);
+    *e = ParamOf(key, OSSL_PKEY_PARAM_RSA_E);
+    *n = ParamOf(key, OSSL_PKEY_PARAM_RSA_N);
+    EVP_MD_CTX_free(md);
+    EVP_PKEY_free(key);
+}
+
+/* With exponent 1 every padded digest is its own signature; a modulus
+ * under 1024 bits can be factored. */
+TEST_F(HostileInputTest, RsaKeysThatProveNothingVerifyNothing)
+{
+    const Bytes data = {'i', 'm', 'a', 'g', 'e'};
+    uint8_t digest[32];
+    unsigned int digestLen = 0;
+    ASSERT_EQ(EVP_Digest(data.data(), data.size(), digest, &digestLen, EVP_sha256(), nullptr), 1);
+    const Bytes digestInfo = Cat({{0x30, 0x31, 0x30, 0x0D, 0x06, 0x09, 0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02,
+                                   0x01, 0x05, 0x00, 0x04, 0x20},
+                                  Bytes(digest, digest + digestLen)});
+    Bytes padded(256, 0xFF);
+    padded[0] = 0x00;
+    padded[1] = 0x01;
+    padded[256 - digestInfo.size() - 1] = 0x00;
+    std::copy(digestInfo.begin(), digestInfo.end(), padded.end() - static_cast<long>(digestInfo.size()));
+    EXPECT_EQ(ServiceVerdict({0x01}, Bytes(256, 0xFF), data, padded), 0u) << "exponent 1, the padding as signature";
+
+    Bytes e, n, sig;
+    SignWithNewKey(1016, data, &e, &n, &sig);
+    EXPECT_EQ(ServiceVerdict(e, n, data, sig), 0u) << "1016-bit modulus";
+    SignWithNewKey(1024, data, &e, &n, &sig);
+    EXPECT_EQ(ServiceVerdict(e, n, data, sig), 1u) << "1024 bits still verify";
+    Bytes even = e;
+    even.back() = static_cast<uint8_t>(even.back() & 0xFE);
+    EXPECT_EQ(ServiceVerdict(even, n, data, sig), 0u) << "even exponent";
+}
+
+/* Each unterminated block used to search for its closing marker through
+ * the whole rest of the text: seconds for 2 MB, quadratic beyond. */
+TEST_F(HostileInputTest, UnterminatedPemBlocksCostOnePass)
+{
+    const std::string blocks[] = {"-----BEGIN CERTIFICATE-----\nQUJD\n-----END X509 CRL-----\n",
+                                  "-----BEGIN X509 CRL-----\nQUJD\n-----END CERTIFICATE-----\n"};
+    for (const std::string &block : blocks) {
+        std::string text;
+        while (text.size() + block.size() <= 2000000) {
+            text += block;
+        }
+        Ctx ctx = NewCtx();
+        VexaList certs{};
+        VexaList crls{};
+        uint32_t ret = 99;
+        const double seconds = SecondsOf([&] {
+            ret = InternalDecodePemCertCrl(ctx.get(), text.c_str(), static_cast<uint32_t>(text.size()), &certs, &crls);
+        });
+        EXPECT_EQ(ret, VEXA_OK);
+        EXPECT_EQ(certs.count + crls.count, 0u);
+        EXPECT_LT(seconds, 1.0) << block; /* a few milliseconds when linear */
+    }
+}
+
+/* CAs whose indirect CRLs vouch only for each other: every CRL signer is
+ * verified through the others down to the nesting limit. Without
+ * remembering outcomes that is (CAs)^11 verifications: minutes. */
+TEST_F(HostileInputTest, CrlSignersVouchingForEachOtherAreVerifiedOnce)
+{
+    for (const char *file : {"crlfiles/loop_indirect_4.der", "crlfiles/chain_two_indirect.der"}) {
+        RunResult run{};
+        const double seconds = SecondsOf([&] { run = RunTool({"2", Data(file)}); });
+        EXPECT_EQ(run.status, 3) << file;
+        EXPECT_LT(seconds, 2.0) << file; /* tens of milliseconds */
+    }
+}
+
+} // namespace
