@@ -37,26 +37,45 @@ bool StartsWith(const char *text, const char *prefix)
     return strncmp(text, prefix, Len(prefix)) == 0;
 }
 
+/* strstr over [from, end), where end is the text's first NUL: the same
+ * answer, without measuring the whole rest of the text at every call. */
+const char *FindText(const char *from, const char *end, const char *needle)
+{
+    const size_t n = Len(needle);
+    while (from < end && static_cast<size_t>(end - from) >= n) {
+        const void *hit = memchr(from, needle[0], static_cast<size_t>(end - from) - n + 1);
+        if (hit == nullptr) {
+            return nullptr;
+        }
+        const char *at = static_cast<const char *>(hit);
+        if (memcmp(at, needle, n) == 0) {
+            return at;
+        }
+        from = at + 1;
+    }
+    return nullptr;
+}
+
 /* Where the next closing marker of one kind lies. The blocks of one input
  * are visited front to back, so a search from a later block can reuse an
  * earlier answer that is not behind it: each byte is searched once, and
  * thousands of unterminated blocks cost one pass, not one pass each. */
 struct PemEndMemo {
-    const char *at; /* first marker at or after the last search start; null: none */
+    const char *textEnd; /* the text's first NUL: no search goes past it */
+    const char *at;      /* first marker at or after the last search start; null: none */
     bool searched;
 };
 
 const char *FindEndMarker(const char *text, const char *endMarker, PemEndMemo *memo)
 {
-    if (memo != nullptr && memo->searched && (memo->at == nullptr || memo->at >= text)) {
-        return memo->at;
+    if (memo == nullptr) {
+        return strstr(text, endMarker);
     }
-    const char *close = strstr(text, endMarker);
-    if (memo != nullptr) {
-        memo->at = close;
+    if (!memo->searched || (memo->at != nullptr && memo->at < text)) {
+        memo->at = FindText(text, memo->textEnd, endMarker);
         memo->searched = true;
     }
-    return close;
+    return memo->at;
 }
 
 /* Finds the body between an opening marker and its closing marker. The text
@@ -269,20 +288,22 @@ uint32_t InternalDecodePemCertCrl(VexaVerifyCtx *ctx, const char *text, uint32_t
         (void)VEXA_FAIL(VEXA_ERR_PARAM);
         return VEXA_ERR_PARAM;
     }
-    PemEndMemo certEnd{};
-    PemEndMemo crlEnd{};
-    const char *p = strstr(text, kBegin);
+    /* Every search below starts before the first NUL and stops there. */
+    const char *textEnd = text + strnlen(text, length);
+    PemEndMemo certEnd{textEnd, nullptr, false};
+    PemEndMemo crlEnd{textEnd, nullptr, false};
+    const char *p = FindText(text, textEnd, kBegin);
     while (p != nullptr) {
         const char *label = p + Len(kBegin);
         if (*label != '\0') {
             label++; /* one separator */
         }
-        const char *e = strstr(p, kEnd);
+        const char *e = FindText(p, textEnd, kEnd);
         if (e == nullptr) {
             (void)VEXA_FAIL(VEXA_ERR_INPUT_FORMAT);
             return VEXA_ERR_INPUT_FORMAT;
         }
-        const char *t = strstr(e + Len(kEnd), kDashes);
+        const char *t = FindText(e + Len(kEnd), textEnd, kDashes);
         if (t == nullptr) {
             (void)VEXA_FAIL(VEXA_ERR_INPUT_FORMAT);
             return VEXA_ERR_INPUT_FORMAT;
@@ -293,7 +314,7 @@ uint32_t InternalDecodePemCertCrl(VexaVerifyCtx *ctx, const char *text, uint32_t
         } else if (StartsWith(label, "X509 CRL")) {
             InternalPemAddCrl(ctx, p, blockEnd, crls, &crlEnd);
         }
-        p = strstr(blockEnd, kBegin);
+        p = FindText(blockEnd, textEnd, kBegin);
     }
     return VEXA_OK;
 }
