@@ -1,7 +1,10 @@
+#include <fcntl.h>
 #include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <kestrel/kestrel.h>
 
@@ -12,6 +15,58 @@ namespace {
 constexpr size_t kPathBufSize = 4096;
 static_assert(kPathBufSize >= PATH_MAX, "realpath writes up to PATH_MAX bytes");
 constexpr long kMaxFileSize = 0xFFFFFFFFL;
+
+/* open(2) flags for an fopen mode, never O_CREAT: the tool only fills
+ * files its caller prepared. Truncation waits until the file is known to be
+ * a regular file. */
+bool FlagsOfMode(const char *mode, int *flags, bool *truncate)
+{
+    const bool update = strchr(mode, '+') != nullptr;
+    *truncate = false;
+    switch (mode[0]) {
+    case 'r':
+        *flags = update ? O_RDWR : O_RDONLY;
+        return true;
+    case 'w':
+        *flags = update ? O_RDWR : O_WRONLY;
+        *truncate = true;
+        return true;
+    case 'a':
+        *flags = (update ? O_RDWR : O_WRONLY) | O_APPEND;
+        return true;
+    default:
+        return false;
+    }
+}
+
+/* Opens a resolved path as a regular file only. A link swapped in after the
+ * path was resolved is not followed, and a FIFO, a device or a directory is
+ * refused at once: opening a FIFO would block a root process for ever, and
+ * reading a device has effects of its own. */
+FILE *OpenRegular(const char *resolved, const char *mode)
+{
+    int flags = 0;
+    bool truncate = false;
+    struct stat st;
+    if (!FlagsOfMode(mode, &flags, &truncate) || stat(resolved, &st) != 0 || !S_ISREG(st.st_mode)) {
+        return nullptr;
+    }
+    int fd = open(resolved, flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
+        return nullptr;
+    }
+    const int status = fcntl(fd, F_GETFL);
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || status < 0 ||
+        fcntl(fd, F_SETFL, status & ~O_NONBLOCK) != 0 || (truncate && ftruncate(fd, 0) != 0)) {
+        close(fd);
+        return nullptr;
+    }
+    FILE *file = fdopen(fd, mode);
+    if (file == nullptr) {
+        close(fd);
+    }
+    return file;
+}
 } // namespace
 
 extern "C" FILE *VexaFileOpen(const char *path, const char *mode)
@@ -41,7 +96,7 @@ extern "C" FILE *VexaFileOpen(const char *path, const char *mode)
         LOG_MAJOR("realpath fail\n\n");
         return nullptr;
     }
-    FILE *file = fopen(resolved, mode);
+    FILE *file = OpenRegular(resolved, mode);
     free(resolved);
     if (file == nullptr) {
         LOG_MAJOR("fopen file failed.\n\n");

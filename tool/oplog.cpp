@@ -53,7 +53,9 @@ RotateOutcome rotate_log_file_once(const char *path)
         free(oldName);
         return ROTATE_ATTEMPTED;
     }
-    int lockFd = open(g_lockPath, O_RDWR | O_CREAT | O_CLOEXEC, kLogMode);
+    /* Never through a link: a planted one would make a root run create or
+     * truncate its target. */
+    int lockFd = open(g_lockPath, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kLogMode);
     if (lockFd < 0) {
         free(oldName);
         return ROTATE_ATTEMPTED;
@@ -65,11 +67,17 @@ RotateOutcome rotate_log_file_once(const char *path)
     }
     struct stat st;
     /* Re-check under the lock: a process that rotated just before us has
-     * already made the log small again. */
-    if (stat(path, &st) == 0 && st.st_size > static_cast<off_t>(LOG_ROTATE_RECHECK)) {
+     * already made the log small again. The mode is changed on the open log,
+     * not on a path that could be swapped for a link meanwhile. */
+    int logFd = open(path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (logFd >= 0 && fstat(logFd, &st) == 0 && S_ISREG(st.st_mode) &&
+        st.st_size > static_cast<off_t>(LOG_ROTATE_RECHECK)) {
         (void)remove(oldName);
-        (void)chmod(path, kRotatedMode);
+        (void)fchmod(logFd, kRotatedMode);
         (void)rename(path, oldName);
+    }
+    if (logFd >= 0) {
+        close(logFd);
     }
     free(oldName);
     (void)flock(lockFd, LOCK_UN);
@@ -140,14 +148,16 @@ extern "C" int get_ring_fd(const char *path, const char *line)
     bool attempted = false;
     int busyRetries = 0;
     for (;;) {
-        int fd = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kLogMode);
+        /* A link planted after the check in write_log is not followed
+         * either, and a FIFO in the log's place cannot hold the writer. */
+        int fd = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, kLogMode);
         if (fd < 0) {
             printf("open %s failed, errno=%d\n", path, errno);
             return -1;
         }
         lock_log_briefly(fd);
         struct stat st;
-        if (fstat(fd, &st) != 0) {
+        if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
             close(fd);
             return -1;
         }
