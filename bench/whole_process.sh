@@ -5,10 +5,11 @@
 #     the CRL file and CRL checks on every certificate, then openssl ts -verify
 #     of the signer's time-stamp token): median and spread of many runs, and
 #     the ratio from this one run;
-#  2. operations 0, 3 and 4 on a 1 GiB sparse image against the small fixture
-#     image with the same header and trailer: peak resident memory and time
-#     (/usr/bin/time -v), with exit statuses, output files and log lines
-#     compared between the two;
+#  2. operations 0, 3 and 4 on a 4 GiB - 1 sparse image against the small
+#     fixture image with the same header and trailer, both under an
+#     address-space limit of 32 MiB (ulimit -v 32768): peak resident memory
+#     and time (/usr/bin/time -v), with exit statuses, output files and log
+#     lines compared between the two;
 #  3. the in-process figures (bench/verify_bench): one image verification,
 #     one CRL comparison, the RSA verifications and allocations they make.
 #   bench/whole_process.sh            200 runs per command
@@ -99,14 +100,15 @@ EOF
 echo
 
 # ---------------------------------------------------------------- 2. large images
-# The 1 GiB image keeps the fixture's header, its NV counter record at the end
-# of the body and its trailer; the body between is a hole.
+# The 4 GiB - 1 image keeps the fixture's header, its NV counter record at the
+# end of the body and its trailer; the body between is a hole.
 python3 - "$img" "$work/big.img" <<'EOF'
 import struct, sys
 src = open(sys.argv[1], "rb").read()
 body_len = struct.unpack_from("<I", src, 0x460)[0]
 trailer = 0x10000 + body_len + 32 - body_len % 16
-big_len = (1 << 30) - 0x10000
+size = (1 << 32) - 1
+big_len = (size - 0x20000) & ~0xF
 big_trailer = 0x10000 + big_len + 32 - big_len % 16
 with open(sys.argv[2], "wb") as out:
     header = bytearray(src[:0x10000])
@@ -116,6 +118,7 @@ with open(sys.argv[2], "wb") as out:
     out.write(src[0x10000 + body_len - 8:0x10000 + body_len])
     out.seek(big_trailer)
     out.write(src[trailer:])
+    out.truncate(size)
 EOF
 printf 'large image: %s bytes apparent, %s KiB on disk\n' "$(stat -c %s "$work/big.img")" "$(du -k "$work/big.img" | cut -f1)"
 
@@ -127,7 +130,8 @@ measure() { # label, output file or -, checktool arguments...
   [ "$out" = - ] || : > "$out"
   local before=0 status=0
   [ -f "$log" ] && before=$(wc -l < "$log")
-  /usr/bin/time -v -o "$work/time.txt" "$ct" "$@" >/dev/null 2>&1 || status=$?
+  /usr/bin/time -v -o "$work/time.txt" sh -c "ulimit -v $limit_kib && exec \"\$0\" \"\$@\"" "$ct" "$@" \
+    >/dev/null 2>&1 || status=$?
   tail -n +$((before + 1)) "$log" | sed -E -e 's/^(CRL [A-Z]+ [^ ]+) [0-9-]+ [0-9:]+ /\1 /' -e "s#$work/[a-z]*\.img#IMAGE#g" \
     -e "s#$data/images/valid\.img#IMAGE#g" -e "s#$work/[a-z0-9_]*\.(crl|txt)#OUT#g" > "$work/$label.log"
   { echo "status $status"; [ "$out" = - ] || sha256sum < "$out"; } > "$work/$label.result"
@@ -136,7 +140,8 @@ measure() { # label, output file or -, checktool arguments...
   wall=$(sed -n 's/.*Elapsed (wall clock) time (h:mm:ss or m:ss): //p' "$work/time.txt")
   printf '  %-24s exit %3s  peak RSS %6s KiB  wall %s\n' "$label" "$status" "$rss" "$wall"
 }
-echo "operations on the small fixture image and on the 1 GiB one (/usr/bin/time -v):"
+limit_kib=32768
+echo "operations on the small fixture image and on the 4 GiB - 1 one, address space limited to $limit_kib KiB (ulimit -v; /usr/bin/time -v):"
 same=1
 for size in small big; do
   image=$img
@@ -147,7 +152,7 @@ for size in small big; do
 done
 for op in op0 op3 op4; do
   if ! cmp -s "$work/$op-small.result" "$work/$op-big.result" || ! cmp -s "$work/$op-small.log" "$work/$op-big.log"; then
-    echo "  $op: the 1 GiB image gives a different result or log lines:"
+    echo "  $op: the 4 GiB - 1 image gives a different result or log lines:"
     diff "$work/$op-small.result" "$work/$op-big.result" || true
     diff "$work/$op-small.log" "$work/$op-big.log" || true
     same=0

@@ -89,5 +89,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         (void)Verify(&info, parts.a, parts.aLen);
     }
     VexaFree(files.image);
+    VexaFree(files.imageTrailer);
     return 0;
 }

@@ -3,6 +3,7 @@
 #define CHECKTOOL_CHECKTOOL_H
 
 #include <stdint.h>
+#include <stdio.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -23,9 +24,13 @@ enum {
     FILE_TYPE_IMAGE = 2,
 };
 
-/* Buffers owned by main, each sized for its whole file; released once by
- * free_input_files. CRL files are read whole; an image only where its header
- * fields and trailer lie (see read_input_file). */
+/* Buffers owned by main, released once by free_input_files. A CRL file is
+ * read whole (at most 2,000,000 bytes). An image is never held whole: `image`
+ * holds its header through the magic and `imageTrailer` the trailer's three
+ * block headers with the signature and content rooms, read from
+ * `imageTrailerOffset`, so memory does not grow with the image. (Without
+ * `imageTrailer`, `image` holds the whole file, as callers that have the
+ * image in memory pass it.) */
 typedef struct InputFileSet {
     uint64_t deviceCrlSize;
     uint8_t *deviceCrl;
@@ -33,10 +38,13 @@ typedef struct InputFileSet {
     uint8_t *updateCrl;
     uint64_t imageSize;
     uint8_t *image;
+    uint8_t *imageTrailer;
+    uint64_t imageTrailerOffset;
 } InputFileSet;
 
-/* Where the three trailer blocks of an image in memory are; points into the
- * image buffer and owns nothing. */
+/* Where the three trailer blocks of an image are; points into the held
+ * regions and owns nothing. The CRL data is not held for an image read by
+ * read_input_file (`crl` is null): operation 0 copies it from `crlOffset`. */
 typedef struct CmsFileInfo {
     const uint8_t *signatureBlock;
     const uint8_t *signature;
@@ -47,6 +55,7 @@ typedef struct CmsFileInfo {
     const uint8_t *crlBlock;
     const uint8_t *crl;
     uint32_t crlLen;
+    uint64_t crlOffset;
 } CmsFileInfo;
 
 int check_root_user(void);
@@ -56,6 +65,10 @@ void free_input_files(InputFileSet *files);
 uint32_t read_input_file(const char *path, InputFileSet *files, uint32_t fileType);
 uint32_t get_cms_file_info(const InputFileSet *files, CmsFileInfo *info);
 uint32_t parse_image_file(const char *imagePath, InputFileSet *files, CmsFileInfo *info);
+
+/* Pushes an output file's data to the storage device (fflush, then fsync):
+ * 0 when it got there. */
+int flush_output_file(FILE *file);
 
 uint32_t get_image_crl_file(const char *imagePath, const char *outPath, InputFileSet *files);
 uint32_t compare_crl_files(const char *crlPath1, const char *crlPath2, InputFileSet *files);

@@ -22,6 +22,8 @@ constexpr uint64_t kCrlBlock = 0x2800;
 constexpr uint32_t kSignatureRoom = static_cast<uint32_t>(kContentBlock - kSignatureBlock - kBlockHeader);
 constexpr uint32_t kContentRoom = static_cast<uint32_t>(kCrlBlock - kContentBlock - kBlockHeader);
 static_assert(kSignatureRoom == 8176 && kContentRoom == 2032, "block rooms");
+/* What of the trailer is read: the three block headers and the two rooms. */
+constexpr uint64_t kTrailerRead = kCrlBlock + kBlockHeader;
 
 /* Start of the trailer: the second 16-byte boundary after the body. */
 constexpr uint64_t TrailerOffset(uint32_t bodyLen)

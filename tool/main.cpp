@@ -60,6 +60,8 @@ extern "C" void free_input_files(InputFileSet *files)
     files->updateCrl = nullptr;
     VexaFree(files->image);
     files->image = nullptr;
+    VexaFree(files->imageTrailer);
+    files->imageTrailer = nullptr;
 }
 
 int main(int argc, char *argv[])

@@ -113,7 +113,9 @@ uint32_t write_nvcnt_to_file(const char *outPath, uint32_t counter)
     }
     uint32_t ret = VEXA_OK;
     size_t written = fwrite(text, 1, static_cast<size_t>(len), out);
-    if (written != static_cast<size_t>(len)) {
+    /* On storage before success is reported: a power cut must not leave an
+     * empty counter file behind a successful run. */
+    if (written != static_cast<size_t>(len) || flush_output_file(out) != 0) {
         LOG_MAJOR("write file fail %s, errno = %d, ret_len = %d\n\n", outPath, errno, static_cast<int>(written));
         ret = VEXA_ERR_FILE_WRITE;
     }
