@@ -18,7 +18,13 @@ option(CHECKTOOL_SHARED_LIB
   OFF)
 
 set(VEXA_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/vexa)
-set(VEXA_PKGCONFIG_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+# Where pkg-config looks for the target's own files on a multiarch system,
+# cross builds included (lib/pkgconfig is searched for native builds only).
+if(CMAKE_LIBRARY_ARCHITECTURE AND NOT CMAKE_INSTALL_LIBDIR MATCHES "/${CMAKE_LIBRARY_ARCHITECTURE}$")
+  set(VEXA_PKGCONFIG_DIR ${CMAKE_INSTALL_LIBDIR}/${CMAKE_LIBRARY_ARCHITECTURE}/pkgconfig)
+else()
+  set(VEXA_PKGCONFIG_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endif()
 
 # Include directories given as plain source paths are right for the build
 # tree only; an installed target gets the install tree's include/ instead.

@@ -7,8 +7,12 @@
 # files), libvexa0 (with CHECKTOOL_SHARED_LIB) and checktool-forge (when
 # forge is built). Cross builds get the target's Debian architecture.
 
-set(CHECKTOOL_PACKAGE_MAINTAINER "checktool maintainers <checktool@localhost>"
+set(CHECKTOOL_PACKAGE_MAINTAINER "Checktool maintainers <maintainers@checktool.dev>"
   CACHE STRING "Maintainer field of the Debian packages")
+# The date of the version's changelog entry, fixed so packages build the same
+# bytes every time.
+set(CHECKTOOL_RELEASE_DATE "Tue, 24 Nov 2026 00:00:00 +0000"
+  CACHE STRING "Date of the Debian changelog entry (RFC 2822)")
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME checktool)
@@ -106,5 +110,60 @@ set(CPACK_COMPONENT_FORGE_DESCRIPTION
 forge makes RSA keys, certificates, CRLs, CRL files, time-stamped detached CMS
 signatures and images in the layout checktool reads, for tests and for
 device makers who sign their own images.")
+
+# Each package's /usr/share/doc/<package>: the machine-readable copyright
+# file and the Debian changelog (gzip -9n, so the bytes do not depend on the
+# build's time).
+set(_deb_doc ${CMAKE_BINARY_DIR}/debian-doc)
+file(CONFIGURE OUTPUT ${_deb_doc}/copyright @ONLY CONTENT [=[
+Format: https://www.debian.org/doc/packaging-manuals/copyright-format/1.0/
+Upstream-Name: checktool
+Upstream-Contact: @CHECKTOOL_PACKAGE_MAINTAINER@
+Source: https://checktool.dev/
+
+Files: *
+Copyright: 2026 The checktool authors
+License: Apache-2.0
+
+License: Apache-2.0
+ Licensed under the Apache License, Version 2.0 (the "License"); you may not
+ use this software except in compliance with the License. You may obtain a
+ copy of the License at https://www.apache.org/licenses/LICENSE-2.0
+ .
+ Unless required by applicable law or agreed to in writing, software
+ distributed under the License is distributed on an "AS IS" BASIS, WITHOUT
+ WARRANTIES OR CONDITIONS OF ANY KIND, either express or implied. See the
+ License for the specific language governing permissions and limitations
+ under the License.
+ .
+ On Debian systems, the complete text of the Apache License, Version 2.0,
+ can be found in "/usr/share/common-licenses/Apache-2.0".
+]=])
+file(CONFIGURE OUTPUT ${_deb_doc}/changelog @ONLY CONTENT [=[
+checktool (@PROJECT_VERSION@-@CPACK_DEBIAN_PACKAGE_RELEASE@) unstable; urgency=medium
+
+  * Release @PROJECT_VERSION@; NEWS.md in the source tree lists what changed.
+
+ -- @CHECKTOOL_PACKAGE_MAINTAINER@  @CHECKTOOL_RELEASE_DATE@
+]=])
+add_custom_command(OUTPUT ${_deb_doc}/changelog.Debian.gz
+  COMMAND gzip -9nc ${_deb_doc}/changelog > ${_deb_doc}/changelog.Debian.gz
+  DEPENDS ${_deb_doc}/changelog VERBATIM)
+add_custom_target(debian_doc ALL DEPENDS ${_deb_doc}/changelog.Debian.gz)
+set(_deb_pkg_checktool checktool)
+set(_deb_pkg_dev libvexa-dev)
+set(_deb_pkg_lib libvexa${PROJECT_VERSION_MAJOR})
+set(_deb_pkg_forge checktool-forge)
+foreach(_component IN LISTS _components)
+  set(_pkg ${_deb_pkg_${_component}})
+  install(FILES ${_deb_doc}/copyright ${_deb_doc}/changelog.Debian.gz
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${_pkg} COMPONENT ${_component})
+  # The project is packaged outside Debian's archive, so its first upload has
+  # no ITP bug to close.
+  file(WRITE ${_deb_doc}/overrides/${_pkg}
+    "# built outside the Debian archive: no ITP bug to close\n${_pkg}: initial-upload-closes-no-bugs\n")
+  install(FILES ${_deb_doc}/overrides/${_pkg}
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides COMPONENT ${_component})
+endforeach()
 
 include(CPack)

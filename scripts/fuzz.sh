@@ -13,7 +13,7 @@ jobs=${FUZZ_JOBS:-2}
 build=${FUZZ_BUILD:-$top/build-fuzz}
 targets=${FUZZ_TARGETS:-"cert crl content_info add_input base64 crl_compare verify_image"}
 
-cmake -G Ninja -S "$top" -B "$build" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
+cmake -G Ninja -S "$top" -B "$build" -DCHECKTOOL_WERROR=ON -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
   -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCHECKTOOL_FUZZ=ON -DCHECKTOOL_TESTS=OFF -DCHECKTOOL_FORGE=OFF >/dev/null
 cmake --build "$build" -j "$jobs" >/dev/null
 

@@ -14,7 +14,7 @@ alloc=${ALLOC_BUILD:-$top/build-test/alloc}
 
 "$top/scripts/fuzz.sh" "$seconds"
 
-cmake -G Ninja -S "$top" -B "$alloc" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_COMPILER=clang \
+cmake -G Ninja -S "$top" -B "$alloc" -DCHECKTOOL_WERROR=ON -DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_COMPILER=clang \
   -DCMAKE_CXX_COMPILER=clang++ -DCHECKTOOL_SANITIZE=ON -DCHECKTOOL_ALLOC_FAIL_INJECTION=ON \
   -DCHECKTOOL_FORGE=OFF >/dev/null
 cmake --build "$alloc" -j "$jobs" --target checktool_test >/dev/null

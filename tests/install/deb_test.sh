@@ -3,7 +3,8 @@
 # dpkg into an empty throwaway root, gives that root the shared libraries
 # the binary needs (copied from this machine, or run through
 # qemu-aarch64-static for an arm64 package) and runs scenarios of all five
-# operations in it under chroot. Then removes the package.
+# operations in it under chroot. Then removes the package. lintian checks
+# every package first.
 #
 # deb_test.sh BUILD_DIR WORK_DIR SOURCE_DIR
 # Needs root (dpkg --root, chroot); exits 77 (skipped) otherwise.
@@ -21,6 +22,13 @@ cpack --config "$build/CPackConfig.cmake" -B "$work/packages" > "$work/cpack.log
 debs=("$work"/packages/checktool_*.deb) devs=("$work"/packages/libvexa-dev_*.deb)
 deb=${debs[0]} dev=${devs[0]}
 [ -e "$deb" ] && [ -e "$dev" ] || fail "the checktool and libvexa-dev packages are not both made"
+# Debian's own checks: no error and no warning on any package.
+if command -v lintian > /dev/null; then
+  lintian --fail-on error,warning "$work"/packages/*.deb 2>&1 | grep -v '^running with root privileges' ||
+    [ "${PIPESTATUS[0]}" = 0 ] || fail "lintian"
+else
+  echo "lintian not installed; its checks skipped"
+fi
 
 contents=$(dpkg-deb --contents "$deb")
 for f in ./usr/sbin/checktool ./usr/share/man/man8/checktool.8.gz; do

@@ -2,6 +2,16 @@
 
 namespace testenv {
 
+ImageSpec::ImageSpec()
+{
+    static const unsigned char kSignature[] = {0x30, 0x00};
+    static const char kContent[] = "content";
+    static const unsigned char kCrl[] = {0x30, 0x03, 0x02, 0x01, 0x05};
+    signature.assign(kSignature, kSignature + sizeof(kSignature));
+    content.assign(kContent, kContent + sizeof(kContent) - 1);
+    crl.assign(kCrl, kCrl + sizeof(kCrl));
+}
+
 void PutLe32(Bytes &b, uint64_t offset, uint32_t v)
 {
     if (b.size() < offset + 4) {
