@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The library's item templates that are not exported, and the helpers that
  * keep template tables short and checked. */
 #ifndef ASN1_ASN1_ITEMS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* CMS ContentInfo with SignedData, and the certificates it carries. */
 #include "verify/diagnostics.h"
 #include "vexa/vexa_asn1.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Item templates of CMS ContentInfo/SignedData (RFC 5652) and of RFC 3161
  * TSTInfo. */
 #include "asn1/asn1_items.h"

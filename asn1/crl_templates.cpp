@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Item templates of X.509 CRLs (RFC 5280). */
 #include "asn1/asn1_items.h"
 

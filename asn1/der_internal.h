@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Helpers of the DER cursor shared inside the decoder. */
 #ifndef ASN1_DER_INTERNAL_H
 #define ASN1_DER_INTERNAL_H

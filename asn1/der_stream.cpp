@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* The one way the library reads untrusted bytes: a cursor whose single
  * primitive checks what is left before it moves. */
 #include "asn1/der_internal.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* UTCTime and GeneralizedTime to calendar time and to seconds since 1970. */
 #include "verify/diagnostics.h"
 #include "vexa/vexa_asn1.h"

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Pieces of the template engine shared by its decoders. */
 #ifndef ASN1_ENGINE_INTERNAL_H
 #define ASN1_ENGINE_INTERNAL_H

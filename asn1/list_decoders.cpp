@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Decoders of repeated content: bounded SEQUENCE OF / SET OF lists,
  * attribute and extension sets selected by identifier, and ExtKeyUsage. */
 #include "asn1/asn1_items.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Decoders of primitive elements: raw views, BIT STRINGs and small
  * integers. Each works on a copy of the cursor and commits it on success. */
 #include "asn1/der_internal.h"

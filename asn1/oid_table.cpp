@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* The 24 object identifiers the library knows, as small integer ids. */
 #include "verify/diagnostics.h"
 #include "vexa/vexa_asn1.h"

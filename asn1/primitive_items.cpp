@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* The primitive items every template is built from. */
 #include "asn1/asn1_items.h"
 

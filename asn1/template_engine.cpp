@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* The walker: one generic decoder turns DER into a flat record laid out by a
  * constant item template. Every constructed element is decoded through a
  * window over its own content, so no member can read past its parent, and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Certificates and CRLs as reference-counted decoded records. */
 #include "verify/diagnostics.h"
 #include "vexa/vexa_asn1.h"

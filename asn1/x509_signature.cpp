@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* RSA public keys out of certificates, one signature check over a byte
  * range, and names as short text. */
 #include <string.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* RSA public keys of certificates, signature checks over byte ranges, and
  * names as text. */
 #ifndef ASN1_X509_SIGNATURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Item templates of X.509 certificates (RFC 5280). Only what the verifier
  * uses is stored; the rest is checked and stepped over. */
 #include "asn1/asn1_items.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Decoding cost per input kind, on the forge fixtures: the signer's
  * certificate, the root's CRL with 20 entries, and the valid image's
  * SignedData (two certificates and a time-stamp token). libcrypto's own parse

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* What the crypto services cost per call, and what process-wide caching of
  * libcrypto lookups (the digest fetch, the RSA key manager) would save.
  * The services fetch nothing ahead; the *Cached rows show the alternative. */

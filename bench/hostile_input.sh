@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Work that hostile or CA-made input can cause: checktool 2 on the CRL files
 # whose CRL signers vouch only for each other (three and four CAs with
 # indirect CRLs and no root CRL, a four-CA chain whose lower CAs issue

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The benchmarks run on the committed forge fixtures, read once. */
 #ifndef BENCH_TESTDATA_H
 #define BENCH_TESTDATA_H

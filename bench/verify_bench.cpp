@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* In-process cost of the two verifications the tool runs on a device: one
  * image (what operation 3 does once the image is parsed: context, root, CRL
  * file, Begin, Update, Final) and one CRL comparison (operation 1: two

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # What a device pays per call, as whole processes on the forge fixtures:
 #  1. checktool 3 and checktool 1 against the OpenSSL command-line pair that
 #     checks the same image (openssl cms -verify with the content, the root,

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Install rules: the tool, the verification library with what it needs to
 # link (the operation log its services write to, the bounds-checked
 # functions), public headers, a CMake package (find_package(vexa)), a

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Debian packages through CPack, one per install component:
 #
 #   cpack --config build/CPackConfig.cmake -B build/packages

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Turns the built-in root certificate into a generated source file behind
 # get_root_cert_data() / get_root_cert_len(). The file must look like a DER
 # X.509 certificate (SEQUENCE { tbsCertificate, signatureAlgorithm,

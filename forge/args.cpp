@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Command-line parsing shared by all forge commands: "--name value",
  * "--name=value" and bare flags, checked against the command's table. */
 #include <errno.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* forge cert: X.509 v3 certificates with exactly the extensions asked for,
  * extended key usages kept in the order given. */
 #include <string.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* forge crl and forge crlfile: CRLs with chosen entries, dates and issuing
  * distribution point, and CRL files (CRLs plus certificates, DER
  * concatenated or PEM). */

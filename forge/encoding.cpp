@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Files, PEM armour, key and certificate loading, DER assembly, digests and
  * RSA signatures: the pieces every forge command shares. */
 #include <stdio.h>

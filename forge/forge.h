@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* forge: makes test PKIs, CRLs, time-stamped detached CMS signatures and
  * signed images for checktool. Every command is a free function taking the
  * parsed command line and returning a result code (0 = success). */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* forge's entry point: "forge COMMAND [options]". */
 #include <stdio.h>
 #include <string.h>

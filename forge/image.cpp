@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* forge body and forge image: image bodies with an NV counter record, and
  * CMS images (64 KiB header region, body, trailer of signature, content and
  * CRL blocks), well formed or broken on purpose. */

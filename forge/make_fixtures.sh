@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Regenerates the whole fixture set from scratch, keys included, with forge:
 # a development PKI (root, code-signing CA, signers, time-stamping
 # authority), CRLs and CRL files, detached signatures, signed images, the
@@ -25,7 +26,7 @@ while [ $# -gt 0 ]; do
     --forge) forge=$2; shift 2 ;;
     --out) out=$2; custom_out=1; shift 2 ;;
     --root-out) root_out=$2; shift 2 ;;
-    -h|--help) sed -n '2,16p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+    -h|--help) sed -n '3,16p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
     *) echo "make_fixtures.sh: unknown argument $1" >&2; exit 2 ;;
   esac
 done

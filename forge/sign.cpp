@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* forge sign: a detached CMS SignedData over content, every signer carrying
  * an RFC 3161 time-stamp token as its unsigned attribute.
  *

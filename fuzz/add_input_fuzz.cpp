@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* The add operations' input decoding (DER, concatenated DER, PEM): the same
  * bytes offered as trusted certificates and as a CRL file to one context
  * that already holds the root, as a CRL file with its signers would be. */

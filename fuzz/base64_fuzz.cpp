@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Base64 of PEM bodies: the size query, a decode into a buffer of exactly
  * that size, and a decode into one byte less, which must not write past it. */
 #include <stddef.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* The certificate decoder over arbitrary bytes. */
 #include <stddef.h>
 #include <stdint.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* The CMS ContentInfo (SignedData) decoder over arbitrary bytes. */
 #include <stddef.h>
 #include <stdint.h>

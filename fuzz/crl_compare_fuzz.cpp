@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* CRL summaries and their comparison as operation 1 makes them: each CRL
  * file decoded in its own context holding the root, each summary compared
  * with itself (the validity check) and with the other. */

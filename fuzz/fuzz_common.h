@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Helpers shared by the fuzz targets: contexts holding the built-in root, and
  * splitting one fuzz input into two parts. */
 #ifndef FUZZ_FUZZ_COMMON_H

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Derives the fuzz targets' seed corpora from the forge fixtures.
 
 make_seeds.py TESTDATA OUTDIR writes OUTDIR/<target>/<name> for every target.

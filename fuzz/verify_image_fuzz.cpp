@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* A whole operation 3: the first part is the CRL file, the second the
  * image's trailer (signature, content and CRL blocks). The image is written
  * around the trailer with an empty body as a sparse file, read back by the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Is a certificate trustworthy at the context's verification time: every
  * certificate up its path within its validity, not revoked, ending in a
  * self-signed certificate of the store. Re-entered for CRL signers, so the

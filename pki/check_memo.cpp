@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Remembered outcomes of the PKI's checks, so that a crafted CRL file of
  * 16 CRLs and 16 certificates costs a bounded number of signature checks
  * and verifications instead of one per path through the candidates. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Choosing the CRL that speaks for a certificate, and judging the
  * certificate against it. Candidates are scored by their relation to the
  * certificate's issuer, their freshness and whether they list it; the best

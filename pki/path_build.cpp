@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Linking a certificate to its issuer, and on up to a self-signed root,
  * through the certificates of the context's store only. A verified issuer
  * is cached in the certificate so each signature is checked once. */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The PKI of one verification context: store, path building, CRL selection
  * and certificate verification. */
 #ifndef PKI_PKI_H

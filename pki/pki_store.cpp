@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* The store of one context: its certificates and CRLs in order of addition,
  * each held by one reference. Every search walks from the first entry, so
  * the first one added wins. */

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Cross-builds checktool, its library and the test suite for 64-bit ARM
 # (aarch64) with Debian's cross toolchain, then runs the whole suite under
 # qemu-user and makes the arm64 Debian packages. Run as root on Debian 12;

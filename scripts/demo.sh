@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds checktool and runs all five operations on the committed demo
 # fixtures (made by forge/make_fixtures.sh): the CRL an image carries, CRL
 # comparison and integrity, image verification (a good image and one whose

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds the libFuzzer targets and runs each for a bounded time; any finding
 # (crash, leak, undefined behaviour, timeout, out-of-memory) fails the script.
 #   scripts/fuzz.sh            20 s per target (CI)

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Hardening checks for CI: a short bounded run of every fuzz target, then the
 # allocation-failure injection build (ASan + UBSan + LeakSanitizer) failing
 # every allocation of operations 1, 2 and 3 in turn.

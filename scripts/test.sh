@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds and runs the whole test suite: a g++ Release build and a clang build,
 # both with warnings as errors (the clang one with the benchmarks, so they
 # keep compiling), an AddressSanitizer + UndefinedBehaviorSanitizer build,
@@ -8,6 +9,7 @@
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 "$top/scripts/deps.sh"
+"$top/scripts/spdx_check.sh"
 jobs=$(nproc)
 
 run_build() { # dir, then extra cmake arguments

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "vexa/vexa_list.h"
 #include "vexa/vexa_result.h"
 

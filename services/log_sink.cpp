@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "services/log_sink.h"
 
 #include "vexa/vexa_services.h"

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Where the library's diagnostics end. The device build discards them; tests
  * register an observer to see each record. */
 #ifndef SERVICES_LOG_SINK_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include <stdlib.h>
 
 #include <kestrel/kestrel.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The check tool's operations and the records they share. */
 #ifndef CHECKTOOL_CHECKTOOL_H
 #define CHECKTOOL_CHECKTOOL_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Operations 1 and 2: judge an update CRL file and a device CRL file against
  * the built-in root, and tell which one is to be trusted. */
 #include <kestrel/kestrel.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Byte layout of a CMS image: a 64 KiB header region, the body, and behind
  * it a trailer of three blocks (signature, signed content, CRL), each with a
  * 16-byte header whose last four bytes hold the data length. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Operation 3: an image's detached signature must verify over its signed
  * content, with a path to the built-in root judged against the given CRL
  * file. The image's own CRL block plays no part. */

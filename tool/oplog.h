@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The operation log: one appended text line per event, rotated to a single
  * ".old" generation near 5 MiB. Writing it never changes an operation's
  * result; failures only leave a notice on standard output. */

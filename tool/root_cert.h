@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The one trust anchor: a DER X.509 root certificate compiled into the tool
  * (the CMake cache variable ROOT_CERT_DER chooses it). */
 #ifndef CHECKTOOL_ROOT_CERT_H

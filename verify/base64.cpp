@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "verify/base64.h"
 
 #include "vexa/vexa_result.h"

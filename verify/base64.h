@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Base64 as it appears in PEM bodies: line ends (LF or CR LF) and trailing
  * blanks are allowed, blanks inside a line are not. */
 #ifndef VERIFY_BASE64_H

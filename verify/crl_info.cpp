@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* CRL inputs turned into verified summaries, and two summary lists compared
  * issuer by issuer to tell which input is newer. */
 #include <string.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Detached CMS signatures: Begin checks everything that does not need the
  * content and leaves one pending check per signer; Update streams the
  * content into them; Final gives the verdict. */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Helpers of detached-signature verification shared with the time-stamp
  * token check. */
 #ifndef VERIFY_DETACHED_VERIFY_H

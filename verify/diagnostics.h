@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The library's guard style.
  *
  * A failure is recorded where it is detected, under the detecting function's

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Certificates, CRLs and CMS signatures as DER or PEM input: recognised,
  * decoded, and their DER bytes handed to the context that keeps them. */
 #ifndef VERIFY_INPUT_DECODE_H

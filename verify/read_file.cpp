@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "verify/input_decode.h"
 
 #include "verify/diagnostics.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* RFC 3161 time-stamp tokens: the token proves the signer's signature value
  * existed at genTime, and genTime becomes the time at which every
  * certificate of the verification is judged. */

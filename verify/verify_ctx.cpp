@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Verification contexts and the operations that feed trusted certificates
  * and CRLs into them. */
 #include "verify/verify_ctx.h"

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The verification context as the library sees it. Callers hold only an
  * opaque pointer (include/vexa/vexa_verify.h). */
 #ifndef VERIFY_VERIFY_CTX_H

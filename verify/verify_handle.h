@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* One pending content check of a detached-signature verification. */
 #ifndef VERIFY_VERIFY_HANDLE_H
 #define VERIFY_VERIFY_HANDLE_H

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Cross-compiles for 64-bit ARM Linux with Debian's cross toolchain
 # (g++-aarch64-linux-gnu) against the multiarch arm64 libraries
 # (libssl-dev:arm64, libgtest-dev:arm64), which live in

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* ASN.1 DER decoding: the read cursor, element views, time conversion, the
  * object identifier table, the template engine and the decoded records of
  * certificates, CRLs, CMS SignedData and RFC 3161 TSTInfo.

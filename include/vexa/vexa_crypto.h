@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Digest and RSA signature verification services over libcrypto.
  *
  * Both services run create / init / update... / final / free over one

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The library's one collection: at most 16 pointers, embedded by value. */
 #ifndef VEXA_LIST_H
 #define VEXA_LIST_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The verification library's diagnostics: every error and warning record of
  * the library passes through VexaLogCallback on its way to the VexaLogPrint
  * service. Diagnostics never change a result. */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Result codes of the verification library and its services.
  *
  * 0 is success. The families: 0x88000xxx services and resources,

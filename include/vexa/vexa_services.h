@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Services the verification library calls by name: memory, strings, files
  * and the sink of its diagnostics. The check tool supplies them; their
  * failures are written to the tool's operation log. */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The verification library's front: contexts, trusted input, detached
  * signature verification and CRL comparison. */
 #ifndef VEXA_VERIFY_H

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # alloc_fail_test.sh CHECKTOOL TESTDATA WORKDIR
 # Counts the allocations of operations 1, 2 and 3 on good inputs, then fails
 # each one in turn. Every run must end without a crash or a sanitizer report

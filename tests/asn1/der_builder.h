@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Hand-made DER for the decoder tests, and what a decoded view holds. */
 #ifndef TESTS_ASN1_DER_BUILDER_H
 #define TESTS_ASN1_DER_BUILDER_H

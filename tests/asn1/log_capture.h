@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Collects the library's diagnostic records for a test. */
 #ifndef TESTS_ASN1_LOG_CAPTURE_H
 #define TESTS_ASN1_LOG_CAPTURE_H

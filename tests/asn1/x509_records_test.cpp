@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Certificates and CRLs written by libcrypto in the test, and the forge's
  * SignedData and time-stamp tokens, decoded into their records. */
 #include <gtest/gtest.h>

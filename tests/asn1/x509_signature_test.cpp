@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Public keys out of certificates, one signature check over a byte range,
  * and names as text. */
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The committed fixture set is exactly what the script made: every file has
 # the hash MANIFEST.sha256 gives it, nothing is missing or extra, every file a
 # scenario names exists, every fixture is used by some scenario, and the

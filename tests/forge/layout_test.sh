@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Images have the exact byte layout: body length at 0x460, magic at 0x490,
 # the body at 0x10000, the trailer at the second 16-byte boundary after the
 # body, each block's length at bytes 12..15 of its header and its data right

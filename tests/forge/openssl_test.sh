@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # openssl, an independent verifier, accepts forge's good signatures and
 # time-stamp tokens (with CRL checks on the whole chain, at genTime), and
 # rejects the faulty ones for the reason the fixture claims, so a fixture's

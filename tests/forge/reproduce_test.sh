@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The script regenerates the committed fixture set byte for byte (keys come
 # from fixed seeds, dates are fixed), so the committed files are what the
 # script says and nothing else.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds the Debian packages with CPack, installs the tool's package with
 # dpkg into an empty throwaway root, gives that root the shared libraries
 # the binary needs (copied from this machine, or run through

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Installs the build tree into a fresh prefix, then builds and runs a small
 # C and C++ program against it, through find_package(vexa) and through
 # pkg-config. Catches headers, libraries or link dependencies that the

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The manual pages format without a single groff warning and render through
 # man(1). Exits 77 (skipped) when groff is not installed.
 #

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* The PKI of one context filled directly with certificates and CRLs made
  * by the test, so the store, path and CRL rules can be checked one at a
  * time. Whole paths with their CRLs run through operation 3 in the scenario

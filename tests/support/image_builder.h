@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Builds CMS image bytes for layout tests: header region with body length
  * and magic, a body ending in the NV counter record, and the three blocks. */
 #ifndef TESTS_SUPPORT_IMAGE_BUILDER_H

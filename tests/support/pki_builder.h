@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Certificates, CRLs and keys made in-process with libcrypto, for tests that
  * need many small variations (chains of any length, odd extensions), and the
  * decoded records of such DER or of the forge's fixtures. */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Shared helpers of the test suite: a private working directory per test
  * (the test build logs relative to it), whole-file helpers, the committed
  * fixtures and a way to run the check tool as a real process. */

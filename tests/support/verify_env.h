@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Verification contexts for the library's tests: set up as the check tool
  * sets them up, released when the test lets go of them. */
 #ifndef TESTS_SUPPORT_VERIFY_ENV_H

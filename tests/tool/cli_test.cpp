@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* The check tool as a real process: identity check, dispatch, and for each
  * operation's main roads the exit status, the output file and the exact lines
  * of the operation log, levels included. */

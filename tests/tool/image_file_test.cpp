@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* get_cms_file_info over image bytes: where the blocks are, and that no
  * length in the image can point a block outside the file. The faults of the
  * committed broken images are run through the tool by the scenarios. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Images larger than a device's memory: sparse copies of the signed fixture
  * image, 4 GiB - 1 bytes long, run under a 32 MiB address-space limit, and
  * outputs that must reach the storage. */

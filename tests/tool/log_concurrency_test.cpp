@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Eight processes writing 20,000 lines each to the same log across the
  * rotation threshold: no line torn, interleaved or lost from the last two
  * generations, no generation past the threshold by more than a line. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Writes N numbered lines to the test build's operation log; the concurrent
  * writer test runs several of these at once. */
 #include <stdlib.h>

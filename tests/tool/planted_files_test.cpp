@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Files a root run opens, planted or swapped by someone else: links in
  * place of the log, its lock or an output, and FIFOs, devices and
  * directories where a regular file belongs. Each test is named for the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Every scenario of the forge fixture set through the real check tool: the
  * exit status and the final "return result" line must be what the scenario
  * list says. */

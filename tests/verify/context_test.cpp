@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* The verification context and its add operations: parameter checks, the
  * root-refusal rule of CRL input, what ends up in the store, the whole-file
  * forms, and the bounded lists of kept buffers and stored CRLs. */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* CRL summaries and their comparison: what a summary holds, when a list is
  * unusable, and the rule that lets a CRL disappear once the root has revoked
  * its signer. The verdicts that operation 1 passes on are run through the

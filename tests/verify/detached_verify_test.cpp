@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Detached signatures through the library: Begin, Update, Final and Quick,
  * the pending checks they leave, streaming, and what a context keeps alive.
  * Which signature fails with which code is run through the tool by the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Inputs made to slip past the checks or to stall a device: each test is
  * named for the attack it stops. The path-walk and key-usage attacks run
  * through the tool as scenarios (tests/testdata/scenarios.txt). */

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* PEM armour and the DER stream splitter: which blocks become records, which
  * are skipped, how markers are found, and what trailing bytes do. */
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 /* Every single-bit change to the valid image's signature and content blocks
  * must be refused by operation 3, except in the few fields the verifier never
  * reads; those are listed below with the reason. The verification is the

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* A device maker's program using the installed library: memory and list
  * services and, given the fixture paths, a detached signature verified as
  * checktool verifies an image (which needs kestrel and libcrypto). It links

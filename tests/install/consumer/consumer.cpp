@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The same library from C++: every public header must declare C linkage.
 #include <cstdio>
 

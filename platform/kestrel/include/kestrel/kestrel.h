@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Bounds-checked memory and string functions.
  *
  * This is the stand-in for the device's libkestrel: the same names and the
