@@ -7,7 +7,7 @@ namespace {
 VexaLogObserver g_observer = nullptr;
 }
 
-void VexaLogSetObserver(VexaLogObserver observer)
+extern "C" void VexaLogSetObserver(VexaLogObserver observer)
 {
     g_observer = observer;
 }
@@ -15,7 +15,8 @@ void VexaLogSetObserver(VexaLogObserver observer)
 extern "C" void VexaLogPrint(uint32_t level, const char *logName, uint32_t line, const char *function,
                              uint32_t code, const char *message)
 {
+    (void)logName; /* always VEXA_LOG_FILE */
     if (g_observer != nullptr) {
-        g_observer(level, logName, line, function, code, message);
+        g_observer(level, function, line, code, message);
     }
 }

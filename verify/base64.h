@@ -6,18 +6,7 @@
 
 #include <stdint.h>
 
-#ifdef __cplusplus
-extern "C" {
-#endif
-
-/* Decodes `length` characters of `text` into `out`. With `out` null, or a
- * capacity in *size (as signed 32-bit) below the decoded size, only stores
- * the decoded size in *size. */
-uint32_t VexaBase64Decode(const char *text, uint32_t length, uint8_t *out, uint32_t *size);
-
-#ifdef __cplusplus
-}
-#endif
+#include "vexa/vexa_verify.h"
 
 extern const uint8_t g_base64DecodeTable[128];
 

@@ -21,6 +21,19 @@ extern "C" {
 /* The longest formatted message, without its terminating NUL. */
 #define VEXA_LOG_MESSAGE_MAX 2047u
 
+/* An observer of the library's diagnostics, for tools that explain a
+ * verdict (forge inspect) and for tests; off unless set, and checktool never
+ * sets it, so a device's diagnostics end in VexaLogPrint, which discards
+ * them. It receives every record as it is made, inside out along a failing
+ * call chain: the level (VEXA_LOG_ERROR or VEXA_LOG_WARNING), the function
+ * that made it, its source line, the result code and the formatted message
+ * (null when the record has none). The strings live only for the call. The
+ * observer runs on the thread that logs and must not call the library; it is
+ * one per process, so set it before verifying and clear it (null) after. */
+typedef void (*VexaLogObserver)(uint32_t level, const char *function, uint32_t line, uint32_t code,
+                                const char *message);
+void VexaLogSetObserver(VexaLogObserver observer);
+
 /* Formats `format` (printf style, may be null for no message) and hands one
  * record to VexaLogPrint. When the message cannot be formatted, a record about
  * that comes first and the caller's record carries the raw format. */

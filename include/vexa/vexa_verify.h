@@ -69,6 +69,12 @@ uint32_t VexaDecodeCrl(VexaVerifyCtx *ctx, const uint8_t *data, uint32_t length,
 uint32_t VexaCrlCompare(VexaVerifyCtx *ctx, const VexaCrlInfoList *a, const VexaCrlInfoList *b, uint32_t *result);
 uint32_t VexaCrlInfoListFree(VexaVerifyCtx *ctx, VexaCrlInfoList *list);
 
+/* Decodes `length` characters of Base64 `text` as PEM bodies hold it (line
+ * ends LF or CR LF and trailing blanks allowed, blanks inside a line not)
+ * into `out`. With `out` null, or a capacity in *size (as signed 32-bit)
+ * below the decoded size, only stores the decoded size in *size. */
+uint32_t VexaBase64Decode(const char *text, uint32_t length, uint8_t *out, uint32_t *size);
+
 #ifdef __cplusplus
 }
 #endif

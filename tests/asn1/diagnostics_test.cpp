@@ -13,10 +13,10 @@ using logtest::Records;
 
 class Diagnostics : public logtest::Captured {};
 
-/* Every field of a record: level, log name, line, function, code, message. */
+/* Every field of a record: level, line, function, code, message. */
 std::string Text(const logtest::Record &r)
 {
-    return std::to_string(r.level) + " " + r.logName + ":" + std::to_string(r.line) + " " + r.function + " " +
+    return std::to_string(r.level) + " " + std::to_string(r.line) + " " + r.function + " " +
            std::to_string(r.code) + " " + r.message;
 }
 
@@ -31,7 +31,7 @@ TEST_F(Diagnostics, PassesEveryFieldThroughAndDropsRecordsThatCannotBeAttributed
                     "path");
     VexaLogCallback(VEXA_LOG_ERROR, VEXA_LOG_FILE, 7, "VexaPkiVerifyCert", 0xFFFFFFFFu, nullptr);
     ASSERT_EQ(Records().size(), 2u);
-    EXPECT_EQ(Text(Records()[0]), "1 vexa_log.log:1234 InternalFindCertRoot 2283798532 depth 3 of path");
+    EXPECT_EQ(Text(Records()[0]), "1 1234 InternalFindCertRoot 2283798532 depth 3 of path");
     /* no format: one record with an empty message, not a null one */
     EXPECT_TRUE(Records()[1].hasMessage);
     EXPECT_EQ(Records()[1].message, "");
@@ -51,10 +51,10 @@ TEST_F(Diagnostics, KeepsTheCallersRecordWhenFormattingFails)
         Records().clear();
         VexaLogCallback(VEXA_LOG_ERROR, VEXA_LOG_FILE, 99, "Caller", 5, c.format, 0);
         ASSERT_EQ(Records().size(), c.formats ? 1u : 2u);
-        EXPECT_EQ(Text(Records().back()), std::string("0 vexa_log.log:99 Caller 5 ") + c.format)
+        EXPECT_EQ(Text(Records().back()), std::string("0 99 Caller 5 ") + c.format)
             << "the raw format travels instead";
         if (!c.formats) {
-            EXPECT_EQ(Text(Records()[0]), "0 vexa_log.log:49 VexaLogCallback 0 format log message failed.");
+            EXPECT_EQ(Text(Records()[0]), "0 49 VexaLogCallback 0 format log message failed.");
         }
     }
 }

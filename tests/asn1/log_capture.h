@@ -15,7 +15,6 @@ namespace logtest {
 
 struct Record {
     uint32_t level;
-    std::string logName;
     uint32_t line;
     std::string function;
     uint32_t code;
@@ -29,11 +28,10 @@ inline std::vector<Record> &Records()
     return records;
 }
 
-inline void Observe(uint32_t level, const char *logName, uint32_t line, const char *function, uint32_t code,
-                    const char *message)
+inline void Observe(uint32_t level, const char *function, uint32_t line, uint32_t code, const char *message)
 {
-    Records().push_back(Record{level, logName != nullptr ? logName : "", line, function != nullptr ? function : "",
-                               code, message != nullptr, message != nullptr ? message : ""});
+    Records().push_back(Record{level, line, function != nullptr ? function : "", code, message != nullptr,
+                               message != nullptr ? message : ""});
 }
 
 inline bool HasRecord(const std::string &function, uint32_t code, const std::string &message)
