@@ -330,6 +330,11 @@ uint32_t ParseSerial(const std::string &text, Bytes *asn1IntegerDer)
 void DerAppendHeader(Bytes &out, uint8_t tag, size_t len)
 {
     out.push_back(tag);
+    DerAppendLength(out, len);
+}
+
+void DerAppendLength(Bytes &out, size_t len)
+{
     if (len < 0x80) {
         out.push_back(static_cast<uint8_t>(len));
         return;

@@ -108,6 +108,7 @@ uint32_t ParseSerial(const std::string &text, Bytes *asn1IntegerDer);
 /* ---- DER assembly ---------------------------------------------------- */
 
 void DerAppendHeader(Bytes &out, uint8_t tag, size_t len);
+void DerAppendLength(Bytes &out, size_t len); /* minimal definite form */
 Bytes DerTlv(uint8_t tag, const Bytes &content);
 Bytes DerCat(std::initializer_list<const Bytes *> parts);
 Bytes DerOid(const char *dotted);
@@ -140,6 +141,7 @@ uint32_t RunSign(const Args &args);
 uint32_t RunToken(const Args &args);
 uint32_t RunBody(const Args &args);
 uint32_t RunImage(const Args &args);
+uint32_t RunNormalize(const Args &args);
 
 extern const Command kKeyCommand;
 extern const Command kCertCommand;
@@ -149,6 +151,7 @@ extern const Command kSignCommand;
 extern const Command kTokenCommand;
 extern const Command kBodyCommand;
 extern const Command kImageCommand;
+extern const Command kNormalizeCommand;
 
 } // namespace forge
 
