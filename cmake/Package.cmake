@@ -65,7 +65,8 @@ else()
   endif()
   set(CPACK_DEBIAN_CHECKTOOL_PACKAGE_DEPENDS "${_runtime_depends}")
   set(CPACK_DEBIAN_LIB_PACKAGE_DEPENDS "${_runtime_depends}")
-  set(CPACK_DEBIAN_FORGE_PACKAGE_DEPENDS "libc6 (>= 2.34), libstdc++6 (>= 12), libgcc-s1 (>= 3.0), libssl3 (>= 3.0.0)")
+  set(CPACK_DEBIAN_FORGE_PACKAGE_DEPENDS
+    "libc6 (>= 2.34), libstdc++6 (>= 12), libgcc-s1 (>= 3.0), libssl3 (>= 3.0.0), libcurl4 (>= 7.88)")
 endif()
 
 set(CPACK_DEBIAN_CHECKTOOL_PACKAGE_NAME checktool)

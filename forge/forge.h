@@ -143,6 +143,17 @@ uint32_t RunBody(const Args &args);
 uint32_t RunImage(const Args &args);
 uint32_t RunNormalize(const Args &args);
 
+/* ---- time-stamping service client ------------------------------------ */
+struct TsaOptions {
+    std::string url;
+    long timeoutSeconds = 30;
+    std::string caFile; /* for HTTPS; the system's CAs when empty */
+};
+/* A token from an RFC 3161 service over the `md` hash of imprintSource,
+ * checked (status, imprint, nonce, signature, TSA key usage, whole-second
+ * genTime) before it is returned as DER. */
+uint32_t RequestToken(const TsaOptions &opts, const EVP_MD *md, const Bytes &imprintSource, Bytes *token);
+
 extern const Command kKeyCommand;
 extern const Command kCertCommand;
 extern const Command kCrlCommand;

@@ -44,6 +44,9 @@ const OptSpec kSignOpts[] = {
     {"no-signed-attrs", nullptr, "sign the content itself, without signed attributes"},
     {"signing-time", "TIME", "add a signing-time signed attribute"},
     {"no-token", nullptr, "give this signer no time-stamp token"},
+    {"tsa-url", "URL", "ask this RFC 3161 service (http or https) for the token instead of making it"},
+    {"tsa-timeout", "SECONDS", "give up on the service after this long (default 30)"},
+    {"tsa-ca-file", "FILE", "CA certificates (PEM) that the service's HTTPS certificate must chain to"},
     {"tsa-cert", "FILE", "time-stamping authority certificate"},
     {"tsa-key", "FILE", "its private key"},
     {"gen-time", "TIME", "genTime of the token (YYYYMMDDHHMMSSZ)"},
@@ -77,6 +80,7 @@ struct SignerSpec {
     bool signedAttrs = true;
     std::string signingTime;
     bool token = true;
+    TsaOptions tsa;
     std::string tsaCertPath;
     std::string tsaKeyPath;
     std::string genTime;
@@ -90,6 +94,7 @@ struct SignerSpec {
     std::string tsSerial = "1";
     std::string tsPolicy = kDefaultPolicy;
     std::string tamperGenTime;
+    std::string tsaTimeout;
 };
 
 bool IsSignerOption(const std::string &name)
@@ -118,6 +123,9 @@ uint32_t CollectSigners(const Args &args, std::vector<SignerSpec> *signers)
         else if (o.name == "no-signed-attrs") s.signedAttrs = false;
         else if (o.name == "signing-time") s.signingTime = o.value;
         else if (o.name == "no-token") s.token = false;
+        else if (o.name == "tsa-url") s.tsa.url = o.value;
+        else if (o.name == "tsa-ca-file") s.tsa.caFile = o.value;
+        else if (o.name == "tsa-timeout") s.tsaTimeout = o.value;
         else if (o.name == "tsa-cert") s.tsaCertPath = o.value;
         else if (o.name == "tsa-key") s.tsaKeyPath = o.value;
         else if (o.name == "gen-time") s.genTime = o.value;
@@ -136,17 +144,30 @@ uint32_t CollectSigners(const Args &args, std::vector<SignerSpec> *signers)
         Fail("sign: at least one --signer-cert is needed");
         return kErrUsage;
     }
-    for (const SignerSpec &s : *signers) {
+    for (SignerSpec &s : *signers) {
         if (s.keyPath.empty()) {
             Fail("sign: signer %s has no --signer-key", s.certPath.c_str());
             return kErrUsage;
         }
-        if (s.token && (s.tsaCertPath.empty() || s.tsaKeyPath.empty() || s.genTime.empty())) {
-            Fail("sign: signer %s needs --tsa-cert, --tsa-key and --gen-time (or --no-token)",
+        const bool fromService = !s.tsa.url.empty();
+        if (fromService && (!s.tsaCertPath.empty() || !s.tsaKeyPath.empty() || !s.genTime.empty())) {
+            Fail("sign: signer %s: --tsa-url replaces --tsa-cert, --tsa-key and --gen-time", s.certPath.c_str());
+            return kErrUsage;
+        }
+        uint32_t timeout = 0;
+        if (!s.tsaTimeout.empty() && (ParseU32(s.tsaTimeout, &timeout) != kOk || timeout == 0)) {
+            Fail("sign: --tsa-timeout takes a number of seconds");
+            return kErrUsage;
+        }
+        if (timeout != 0) {
+            s.tsa.timeoutSeconds = static_cast<long>(timeout);
+        }
+        if (s.token && !fromService && (s.tsaCertPath.empty() || s.tsaKeyPath.empty() || s.genTime.empty())) {
+            Fail("sign: signer %s needs --tsa-url, or --tsa-cert, --tsa-key and --gen-time (or --no-token)",
                  s.certPath.c_str());
             return kErrUsage;
         }
-        if (s.token && (!IsTimeText(s.genTime) ||
+        if (s.token && !fromService && (!IsTimeText(s.genTime) ||
                         (!s.tamperGenTime.empty() && !IsTimeText(s.tamperGenTime)))) {
             Fail("sign: bad --gen-time or --ts-tamper-gen-time");
             return kErrUsage;
@@ -404,7 +425,12 @@ uint32_t BuildSigner(const SignerSpec &s, const Bytes &content, Bytes *signerInf
         imprintSource = content;
     }
     Bytes token;
-    if (rc == kOk) rc = BuildToken(s, imprintSource, &token);
+    if (rc == kOk && !s.tsa.url.empty()) {
+        const EVP_MD *imprintMd = DigestByName(s.tsDigest);
+        rc = imprintMd == nullptr ? kErrUsage : RequestToken(s.tsa, imprintMd, imprintSource, &token);
+    } else if (rc == kOk) {
+        rc = BuildToken(s, imprintSource, &token);
+    }
     if (rc != kOk) {
         return rc;
     }
@@ -551,7 +577,8 @@ const Command kSignCommand = {
     "sign",
     "--content FILE [--cert FILE]... --out FILE [--form der|cms|pkcs7]\n"
     "             --signer-cert FILE --signer-key FILE [signer options]\n"
-    "             (--tsa-cert FILE --tsa-key FILE --gen-time TIME [token options] | --no-token)\n"
+    "             (--tsa-url URL [--tsa-timeout S] [--tsa-ca-file FILE] [--ts-digest NAME]\n"
+    "              | --tsa-cert FILE --tsa-key FILE --gen-time TIME [token options] | --no-token)\n"
     "             [--signer-cert FILE ... for a second signer]",
     "Makes a detached CMS SignedData (RSA PKCS#1 v1.5) over the content. Each signer gets an\n"
     "RFC 3161 time-stamp token (id-aa-timeStampToken) whose imprint covers its signature value.\n"
