@@ -66,7 +66,7 @@ else()
   set(CPACK_DEBIAN_CHECKTOOL_PACKAGE_DEPENDS "${_runtime_depends}")
   set(CPACK_DEBIAN_LIB_PACKAGE_DEPENDS "${_runtime_depends}")
   set(CPACK_DEBIAN_FORGE_PACKAGE_DEPENDS
-    "libc6 (>= 2.34), libstdc++6 (>= 12), libgcc-s1 (>= 3.0), libssl3 (>= 3.0.0), libcurl4 (>= 7.88)")
+    "libc6 (>= 2.34), libstdc++6 (>= 12), libgcc-s1 (>= 3.0), libssl3 (>= 3.0.0), libcurl4 (>= 7.88), libp11-3 (>= 0.4.12)")
 endif()
 
 set(CPACK_DEBIAN_CHECKTOOL_PACKAGE_NAME checktool)

@@ -13,6 +13,7 @@ namespace forge {
 namespace {
 
 const OptSpec kCertOpts[] = {
+    {"pkcs11-module", "FILE", "PKCS#11 module for keys given as pkcs11: URIs without module-path"},
     {"subject", "DN", "subject name, e.g. \"/C=XX/O=Example/CN=Signer\" (\"+\" joins an RDN)"},
     {"key", "FILE", "the subject's key (PEM private or public key)"},
     {"self-signed", nullptr, "sign with --key and use the subject as issuer"},
@@ -293,6 +294,7 @@ uint32_t SetTime(X509 *cert, const std::string &text, bool notBefore)
 
 uint32_t RunCert(const Args &args)
 {
+    UsePkcs11Module(args);
     const std::string *subject = nullptr, *keyPath = nullptr, *serial = nullptr;
     const std::string *notBefore = nullptr, *notAfter = nullptr, *outPath = nullptr;
     uint32_t rc = RequireOpt(args, "subject", &subject);

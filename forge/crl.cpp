@@ -14,6 +14,7 @@ namespace forge {
 namespace {
 
 const OptSpec kCrlOpts[] = {
+    {"pkcs11-module", "FILE", "PKCS#11 module for keys given as pkcs11: URIs without module-path"},
     {"issuer-cert", "FILE", "certificate of the CRL issuer (its subject is the CRL issuer)"},
     {"issuer-key", "FILE", "private key that signs the CRL"},
     {"this-update", "TIME", "thisUpdate (YYMMDDHHMMSSZ or YYYYMMDDHHMMSSZ)"},
@@ -216,6 +217,7 @@ uint32_t AddCrlExtensions(X509_CRL *crl, X509 *issuer, const Args &args)
 
 uint32_t RunCrl(const Args &args)
 {
+    UsePkcs11Module(args);
     const std::string *issuerCertPath = nullptr, *issuerKeyPath = nullptr;
     const std::string *thisUpdate = nullptr, *outPath = nullptr;
     uint32_t rc = RequireOpt(args, "issuer-cert", &issuerCertPath);

@@ -149,6 +149,9 @@ uint32_t PemBlocks(const Bytes &text, std::vector<PemBlock> *out)
 
 uint32_t LoadPrivateKey(const std::string &path, PkeyPtr *out)
 {
+    if (IsPkcs11Uri(path)) {
+        return LoadPkcs11Key(path, out);
+    }
     Bytes data;
     uint32_t rc = ReadFile(path, &data);
     if (rc != kOk) {
@@ -165,6 +168,9 @@ uint32_t LoadPrivateKey(const std::string &path, PkeyPtr *out)
 
 uint32_t LoadAnyKey(const std::string &path, PkeyPtr *out)
 {
+    if (IsPkcs11Uri(path)) {
+        return LoadPkcs11Key(path, out);
+    }
     Bytes data;
     uint32_t rc = ReadFile(path, &data);
     if (rc != kOk) {

@@ -90,7 +90,15 @@ struct PemBlock {
 uint32_t PemBlocks(const Bytes &text, std::vector<PemBlock> *out);
 bool LooksLikePem(const Bytes &data);
 
+/* A PEM key file, or a key in a PKCS#11 token named by an RFC 7512 URI
+ * ("pkcs11:token=...;object=...", module from its module-path attribute
+ * or --pkcs11-module, PIN from pin-value or FORGE_PKCS11_PIN). */
 uint32_t LoadPrivateKey(const std::string &path, PkeyPtr *out);
+bool IsPkcs11Uri(const std::string &text);
+uint32_t LoadPkcs11Key(const std::string &uri, PkeyPtr *out);
+void SetPkcs11Module(const std::string &path);
+/* Takes --pkcs11-module from a command line, for the keys that follow. */
+void UsePkcs11Module(const Args &args);
 /* Private or public key: the public half is what a certificate needs. */
 uint32_t LoadAnyKey(const std::string &path, PkeyPtr *out);
 uint32_t LoadCert(const std::string &path, X509Ptr *out);

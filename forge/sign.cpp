@@ -32,6 +32,7 @@ constexpr const char *kOidRsaEncryption = "1.2.840.113549.1.1.1";
 constexpr const char *kDefaultPolicy = "2.999.5.1";
 
 const OptSpec kSignOpts[] = {
+    {"pkcs11-module", "FILE", "PKCS#11 module for keys given as pkcs11: URIs without module-path"},
     {"content", "FILE", "the bytes to sign (they stay outside the signature)"},
     {"cert", "FILE", "certificate to embed in the SignedData (repeatable, kept in order; none "
                      "by default)"},
@@ -449,6 +450,7 @@ uint32_t BuildSigner(const SignerSpec &s, const Bytes &content, Bytes *signerInf
 
 uint32_t RunSign(const Args &args)
 {
+    UsePkcs11Module(args);
     const std::string *contentPath = nullptr, *outPath = nullptr;
     uint32_t rc = RequireOpt(args, "content", &contentPath);
     if (rc == kOk) rc = RequireOpt(args, "out", &outPath);
