@@ -150,6 +150,32 @@ uint32_t RunToken(const Args &args);
 uint32_t RunBody(const Args &args);
 uint32_t RunImage(const Args &args);
 uint32_t RunNormalize(const Args &args);
+uint32_t RunInspect(const Args &args);
+
+/* ---- BER reading (normalize, inspect) --------------------------------- */
+/* One BER element: where it lies in the input and, when constructed, its
+ * elements. */
+struct BerNode {
+    size_t start = 0;        /* first tag octet */
+    size_t end = 0;          /* one past the last octet, end-of-contents included */
+    size_t contentStart = 0; /* primitive content */
+    size_t contentEnd = 0;
+    Bytes tag;               /* the tag octets as written */
+    bool constructed = false;
+    bool indefinite = false; /* BER: ended by end-of-contents */
+    bool longForm = false;   /* the length in the long form (maybe more octets than needed) */
+    std::vector<BerNode> children;
+};
+struct BerParser {
+    const Bytes &in;
+    std::string why; /* the first refusal, at whyAt */
+    size_t whyAt = 0;
+    bool signedPart = false; /* normalize: the refusal names a part a signature covers */
+};
+/* Parses the element at `pos`, which must end by `limit`; nesting is
+ * bounded. False with p->why set for anything that is not BER. */
+bool ParseBer(BerParser *p, size_t pos, size_t limit, int depth, BerNode *node);
+bool BerRefuse(BerParser *p, size_t at, const char *what);
 
 /* ---- time-stamping service client ------------------------------------ */
 struct TsaOptions {
@@ -171,6 +197,7 @@ extern const Command kTokenCommand;
 extern const Command kBodyCommand;
 extern const Command kImageCommand;
 extern const Command kNormalizeCommand;
+extern const Command kInspectCommand;
 
 } // namespace forge
 

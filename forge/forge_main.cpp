@@ -10,7 +10,7 @@ namespace {
 const forge::Command *const kCommands[] = {
     &forge::kKeyCommand,   &forge::kCertCommand,  &forge::kCrlCommand,  &forge::kCrlFileCommand,
     &forge::kSignCommand,  &forge::kTokenCommand, &forge::kBodyCommand, &forge::kImageCommand,
-    &forge::kNormalizeCommand,
+    &forge::kNormalizeCommand, &forge::kInspectCommand,
 };
 
 const forge::Command *FindCommand(const char *name)

@@ -17,108 +17,11 @@ namespace forge {
 
 namespace {
 
-constexpr int kMaxDepth = 64;     /* CMS nests about 15 deep; a hostile input is cut off */
-constexpr size_t kMaxLenOctets = 4;
-
-/* One BER element: where it lies in the input and, when constructed, its
- * elements. */
-struct BerNode {
-    size_t start = 0;        /* first tag octet */
-    size_t end = 0;          /* one past the last octet, end-of-contents included */
-    size_t contentStart = 0; /* primitive content */
-    size_t contentEnd = 0;
-    Bytes tag;               /* the tag octets as written */
-    bool constructed = false;
-    std::vector<BerNode> children;
-};
-
-struct Parser {
-    const Bytes &in;
-    std::string why;
-    size_t whyAt = 0;
-    bool signedPart = false; /* the refusal names a part a signature covers */
-};
+using Parser = BerParser;
 
 bool Refuse(Parser *p, size_t at, const char *what)
 {
-    if (p->why.empty()) {
-        p->why = what;
-        p->whyAt = at;
-    }
-    return false;
-}
-
-/* Parses one element at `pos`, which must end by `limit`. */
-bool ParseElement(Parser *p, size_t pos, size_t limit, int depth, BerNode *node)
-{
-    const Bytes &in = p->in;
-    if (depth > kMaxDepth) {
-        return Refuse(p, pos, "nested too deep");
-    }
-    node->start = pos;
-    if (pos >= limit) {
-        return Refuse(p, pos, "element missing");
-    }
-    const uint8_t first = in[pos++];
-    node->constructed = (first & 0x20) != 0;
-    node->tag.assign(1, first);
-    if ((first & 0x1F) == 0x1F) { /* tag number in the following octets */
-        do {
-            if (pos >= limit || node->tag.size() > 5) {
-                return Refuse(p, node->start, "tag runs past the end");
-            }
-            node->tag.push_back(in[pos]);
-        } while ((in[pos++] & 0x80) != 0);
-    }
-    if (pos >= limit) {
-        return Refuse(p, node->start, "length missing");
-    }
-    const uint8_t lenByte = in[pos++];
-    if (lenByte == 0x80) { /* indefinite: elements up to end-of-contents */
-        if (!node->constructed) {
-            return Refuse(p, node->start, "indefinite length on a primitive element");
-        }
-        for (;;) {
-            if (pos + 2 <= limit && in[pos] == 0 && in[pos + 1] == 0) {
-                node->end = pos + 2;
-                return true;
-            }
-            BerNode child;
-            if (!ParseElement(p, pos, limit, depth + 1, &child)) {
-                return false;
-            }
-            pos = child.end;
-            node->children.push_back(std::move(child));
-        }
-    }
-    size_t len = lenByte;
-    if ((lenByte & 0x80) != 0) {
-        const size_t octets = lenByte & 0x7F;
-        if (octets > kMaxLenOctets || octets > limit - pos) {
-            return Refuse(p, node->start, "length field too long");
-        }
-        len = 0;
-        for (size_t i = 0; i < octets; i++) {
-            len = (len << 8) | in[pos++];
-        }
-    }
-    if (len > limit - pos) {
-        return Refuse(p, node->start, "element runs past its parent");
-    }
-    node->contentStart = pos;
-    node->contentEnd = pos + len;
-    node->end = pos + len;
-    if (node->constructed) {
-        while (pos < node->end) {
-            BerNode child;
-            if (!ParseElement(p, pos, node->end, depth + 1, &child)) {
-                return false;
-            }
-            pos = child.end;
-            node->children.push_back(std::move(child));
-        }
-    }
-    return true;
+    return BerRefuse(p, at, what);
 }
 
 bool ConcatOctets(Parser *p, const BerNode &node, Bytes *out)
@@ -238,7 +141,7 @@ bool CheckTstInfo(Parser *p, const BerNode &signedData)
     }
     Parser inner{value, {}, 0, false};
     BerNode tst;
-    if (!ParseElement(&inner, 0, value.size(), 0, &tst) || tst.end != value.size() || !IsDer(&inner, tst)) {
+    if (!ParseBer(&inner, 0, value.size(), 0, &tst) || tst.end != value.size() || !IsDer(&inner, tst)) {
         p->signedPart = true;
         return Refuse(p, octets.start, "the time-stamp token's TSTInfo is not DER");
     }
@@ -342,7 +245,7 @@ uint32_t RunNormalize(const Args &args)
     Parser p{data, {}, 0, false};
     BerNode root;
     Bytes der;
-    bool ok = ParseElement(&p, 0, data.size(), 0, &root);
+    bool ok = ParseBer(&p, 0, data.size(), 0, &root);
     if (ok && root.end != data.size()) {
         ok = Refuse(&p, root.end, "bytes after the signature");
     }
