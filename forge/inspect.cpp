@@ -16,6 +16,7 @@
 #include <openssl/x509v3.h>
 
 #include "forge.h"
+#include "inspect.h"
 
 namespace forge {
 
@@ -168,11 +169,22 @@ Json CertReport(X509 *cert, uint64_t offset, Json *report)
 }
 
 /* Each certificate, at the offset where its encoding lies in `sig`. */
+/* Certificates kept for the verification's explanation (released at exit
+ * of RunInspect through KeptCerts). */
+std::vector<X509 *> &KeptCerts()
+{
+    static std::vector<X509 *> certs;
+    return certs;
+}
+
 Json CertsReport(STACK_OF(X509) *certs, const Bytes &sig, uint64_t base, Json *report)
 {
     Json list = Json::array();
     for (int i = 0; i < sk_X509_num(certs); i++) {
         X509 *cert = sk_X509_value(certs, i);
+        if (X509_up_ref(cert) == 1) {
+            KeptCerts().push_back(cert);
+        }
         unsigned char *der = nullptr;
         const int len = i2d_X509(cert, &der);
         const size_t at = len > 0 ? Find(sig, Bytes(der, der + len)) : 0;
@@ -441,6 +453,8 @@ void PrintText(const Json &j, const std::string &indent, const std::string &key)
 
 const OptSpec kInspectOpts[] = {
     {"json", nullptr, "print one JSON document instead of text"},
+    {"crl", "FILE", "also verify as checktool 3 does, against this CRL file (needs --root)"},
+    {"root", "FILE", "the root certificate (DER) to verify with, in place of checktool's built-in one"},
 };
 
 } // namespace
@@ -452,6 +466,14 @@ uint32_t RunInspect(const Args &args)
         return kErrUsage;
     }
     const std::string &path = args.positional[0];
+    const std::string *crlPath = FindOpt(args, "crl");
+    const std::string *rootPath = FindOpt(args, "root");
+    if ((crlPath == nullptr) != (rootPath == nullptr)) {
+        Fail("inspect: --crl and --root go together");
+        return kErrUsage;
+    }
+    VerifyInputs vin;
+    vin.layoutCode = 0x88100001u; /* checktool's code for an image it cannot lay out */
     ImageFile img;
     img.file = fopen(path.c_str(), "rb");
     if (img.file == nullptr || fseeko(img.file, 0, SEEK_END) != 0) {
@@ -488,6 +510,14 @@ uint32_t RunInspect(const Args &args)
             layout["crl"] = BlockReport(crlHeader, trailer + kCrlBlock, 0, img.size);
             report["layout"] = layout;
             const uint32_t sigLen = Le32(sigHeader, 12);
+            const uint32_t contentLen = Le32(contentHeader, 12);
+            if (sigLen <= kSignatureRoom && contentLen <= kContentRoom &&
+                layout["crl"]["insideFile"].get<bool>()) {
+                vin.layoutCode = 0;
+                vin.signature.assign(blocks.begin() + kBlockHeader, blocks.begin() + kBlockHeader + sigLen);
+                vin.content.assign(blocks.begin() + kContentBlock + kBlockHeader,
+                                   blocks.begin() + kContentBlock + kBlockHeader + contentLen);
+            }
             if (sigLen <= kSignatureRoom) {
                 SignatureReport(Bytes(blocks.begin() + kBlockHeader, blocks.begin() + kBlockHeader + sigLen),
                                 trailer + kBlockHeader, &report);
@@ -500,6 +530,35 @@ uint32_t RunInspect(const Args &args)
         }
     }
     fclose(img.file);
+    uint32_t rc = kOk;
+    if (img.size == 0) {
+        vin.layoutCode = 0x88000104u; /* an empty file */
+    }
+    if (crlPath != nullptr) {
+#ifdef FORGE_WITH_VEXA
+        vin.crlPath = *crlPath;
+        vin.rootPath = *rootPath;
+        vin.pathCerts = KeptCerts();
+        const Json *token = nullptr;
+        if (report.contains("signature") && report["signature"].contains("signers") &&
+            !report["signature"]["signers"].empty()) {
+            token = &report["signature"]["signers"][0]["timeStampToken"];
+        }
+        if (token != nullptr && token->is_object() && token->contains("genTimeEncoded")) {
+            vin.genTimeRaw = (*token)["genTimeEncoded"].get<std::string>();
+            vin.genTime = (*token)["genTime"].get<std::string>();
+        }
+        const uint32_t code = VerifyLikeChecktool(vin, &report);
+        rc = code == kErrIo ? kErrIo : (code & 0xFF); /* checktool 3's exit status */
+#else
+        Fail("inspect: this forge was built without the vexa library, so it cannot verify (--crl)");
+        rc = kErrUsage;
+#endif
+    }
+    for (X509 *cert : KeptCerts()) {
+        X509_free(cert);
+    }
+    KeptCerts().clear();
     const Json findings = report["refusedEncodings"]; /* last, where a reader looks for the verdict */
     report.erase("refusedEncodings");
     report["refusedEncodings"] = findings;
@@ -508,15 +567,16 @@ uint32_t RunInspect(const Args &args)
     } else {
         PrintText(report, "", "");
     }
-    return kOk;
+    return rc;
 }
 
 const Command kInspectCommand = {
     "inspect",
-    "IMAGE [--json]",
+    "IMAGE [--crl FILE --root FILE] [--json]",
     "Shows what an image holds: layout and NV counter, the SignedData (signers, certificates,\n"
     "time-stamp tokens), the image's CRL block, and every encoding checktool does not take,\n"
-    "with its byte offset in the image.",
+    "with its byte offset in the image. With --crl and --root, also runs checktool 3's verification\n"
+    "in process with that root and explains the verdict; forge then exits with checktool 3's status.",
     kInspectOpts,
     sizeof(kInspectOpts) / sizeof(kInspectOpts[0]),
     RunInspect,

@@ -1,0 +1,353 @@
+// SPDX-License-Identifier: Apache-2.0
+/* forge inspect --crl FILE --root FILE: the verification of checktool 3,
+ * run in process through the vexa library with the given root in place of
+ * the built-in one, and its verdict explained: the result code with its
+ * name, the exit status checktool 3 gives, the library's diagnostics inside
+ * out (through the public observer), and the failing rule in plain words
+ * with the certificate and CRL concerned, judged at the token's genTime. */
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+
+#include <nlohmann/json.hpp>
+#include <openssl/x509.h>
+#include <openssl/x509v3.h>
+
+#include "forge.h"
+#include "inspect.h"
+#include "vexa/vexa_log.h"
+#include "vexa/vexa_result.h"
+#include "vexa/vexa_verify.h"
+
+namespace {
+
+std::vector<std::string> &ServiceLines()
+{
+    static std::vector<std::string> lines;
+    return lines;
+}
+
+} // namespace
+
+/* The library's services report into the device's operation log; forge
+ * keeps those lines for the report instead of writing any log. */
+extern "C" void get_time_str(uint32_t size, char *buf)
+{
+    if (buf != nullptr && size != 0) {
+        buf[0] = '\0';
+    }
+}
+
+extern "C" void write_log(const char *format, ...)
+{
+    char line[1024];
+    va_list ap;
+    va_start(ap, format);
+    vsnprintf(line, sizeof(line), format, ap);
+    va_end(ap);
+    const char *text = strstr(line, "CHECK_TOOL: ");
+    std::string message = text != nullptr ? text + strlen("CHECK_TOOL: ") : line;
+    while (!message.empty() && (message.back() == '\n' || message.back() == ' ')) {
+        message.pop_back();
+    }
+    ServiceLines().push_back(message);
+}
+
+namespace forge {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+struct CodeName {
+    const char *name;
+    uint32_t value;
+};
+
+constexpr CodeName kCodeNames[] = {
+#include "result_names.inc"
+};
+
+const char *NameOf(uint32_t code)
+{
+    for (const CodeName &c : kCodeNames) {
+        if (c.value == code) {
+            return c.name;
+        }
+    }
+    return "unknown";
+}
+
+/* What each refusal means for a device maker. */
+constexpr struct {
+    uint32_t code;
+    const char *rule;
+} kRules[] = {
+    {VEXA_ERR_REVOKED, "a certificate of a path is revoked by the CRL chosen for it"},
+    {VEXA_ERR_NOT_YET_VALID, "a certificate of a path was not yet valid at genTime"},
+    {VEXA_ERR_EXPIRED, "a certificate of a path had expired at genTime"},
+    {VEXA_ERR_NO_CRL, "no CRL of the CRL file qualifies for a certificate of a path (issuer, current at genTime)"},
+    {VEXA_ERR_NO_ROOT, "no issuer in the store verifies a certificate of a path, up to the root"},
+    {VEXA_ERR_KEY_USAGE, "a key usage or the first extended key usage is not the one its role needs"},
+    {VEXA_ERR_CMS_FORMAT, "the signature block does not decode as the DER CMS SignedData checktool reads"},
+    {VEXA_ERR_CMS_SIGNATURE, "the signature does not verify over the content block"},
+    {VEXA_ERR_PATH_TOO_DEEP, "CRL signers nest more than 11 deep"},
+    {VEXA_ERR_PARAM, "a required part is missing: the signer's time-stamp token, or an input"},
+    {VEXA_ERR_TS_DIGEST, "the token's imprint uses a hash checktool does not accept (SHA-1)"},
+    {VEXA_ERR_TSA_NOT_FOUND, "the TSA's certificate is neither in the token nor in the CRL file"},
+    {VEXA_ERR_TS_IMPRINT, "the token's imprint is not the hash of the signer's signature value"},
+    {VEXA_ERR_TS_SIGNATURE, "the token's signature does not verify over its TSTInfo (changed after signing?)"},
+    {VEXA_ERR_FILE_OPEN, "the CRL file cannot be opened as a regular file"},
+    {VEXA_ERR_FILE_EMPTY, "an input file is empty"},
+    {VEXA_ERR_FILE_TOO_LARGE, "the CRL file is larger than 2,000,000 bytes"},
+};
+
+Json &Records()
+{
+    static Json records = Json::array();
+    return records;
+}
+
+void Observe(uint32_t level, const char *function, uint32_t line, uint32_t code, const char *message)
+{
+    char hex[16];
+    snprintf(hex, sizeof(hex), "0x%08X", code);
+    Records().push_back({{"level", level == VEXA_LOG_ERROR ? "error" : "warning"},
+                         {"function", function != nullptr ? function : ""},
+                         {"line", line},
+                         {"code", hex},
+                         {"message", message != nullptr ? message : ""}});
+}
+
+/* A CRL or certificate input as checktool reads it: DER concatenated or
+ * PEM blocks. */
+void ReadCrlFile(const Bytes &data, std::vector<X509_CRL *> *crls, std::vector<X509 *> *certs)
+{
+    std::vector<Bytes> items;
+    if (LooksLikePem(data)) {
+        std::vector<PemBlock> pem;
+        (void)PemBlocks(data, &pem);
+        for (const PemBlock &b : pem) {
+            items.push_back(b.der);
+        }
+    } else {
+        BerParser parser{data, {}, 0, false};
+        for (size_t pos = 0; pos < data.size();) {
+            BerNode node;
+            if (!ParseBer(&parser, pos, data.size(), 0, &node)) {
+                break;
+            }
+            items.push_back(Bytes(data.begin() + static_cast<long>(pos), data.begin() + static_cast<long>(node.end)));
+            pos = node.end;
+        }
+    }
+    for (const Bytes &item : items) {
+        const unsigned char *p = item.data();
+        if (X509_CRL *crl = d2i_X509_CRL(nullptr, &p, static_cast<long>(item.size()))) {
+            crls->push_back(crl);
+            continue;
+        }
+        p = item.data();
+        if (X509 *cert = d2i_X509(nullptr, &p, static_cast<long>(item.size()))) {
+            certs->push_back(cert);
+        }
+    }
+}
+
+std::string Text(const ASN1_TIME *t)
+{
+    struct tm tm {};
+    if (t == nullptr || ASN1_TIME_to_tm(t, &tm) != 1) {
+        return "?";
+    }
+    char buf[32];
+    strftime(buf, sizeof(buf), "%Y-%m-%d %H:%M:%SZ", &tm);
+    return buf;
+}
+
+std::string Name(const X509_NAME *name)
+{
+    BIO *bio = BIO_new(BIO_s_mem());
+    X509_NAME_print_ex(bio, name, 0, XN_FLAG_RFC2253 & ~ASN1_STRFLGS_ESC_MSB);
+    char *data = nullptr;
+    const long len = BIO_get_mem_data(bio, &data);
+    std::string text(data, static_cast<size_t>(len > 0 ? len : 0));
+    BIO_free(bio);
+    return text;
+}
+
+const char *ReasonName(long reason)
+{
+    static const char *const kNames[] = {"unspecified",          "keyCompromise",   "cACompromise",
+                                         "affiliationChanged",   "superseded",      "cessationOfOperation",
+                                         "certificateHold",      "(7)",             "removeFromCRL",
+                                         "privilegeWithdrawn",   "aACompromise"};
+    return reason >= 0 && reason <= 10 ? kNames[reason] : "(other)";
+}
+
+/* The certificate concerned, found the way the rule reads: entries of the
+ * CRL file that list a path certificate, or validity periods that exclude
+ * genTime. */
+std::vector<std::string> Concerned(uint32_t code, const std::vector<X509 *> &path, const std::vector<X509_CRL *> &crls,
+                                   const ASN1_TIME *genTime)
+{
+    std::vector<std::string> found;
+    std::vector<X509 *> seen;
+    for (X509 *cert : path) {
+        /* a CA certificate comes with the signature and with the CRL file */
+        if (std::any_of(seen.begin(), seen.end(), [cert](X509 *s) { return X509_cmp(s, cert) == 0; })) {
+            continue;
+        }
+        seen.push_back(cert);
+        const std::string subject = Name(X509_get_subject_name(cert));
+        if (code == VEXA_ERR_REVOKED) {
+            for (X509_CRL *crl : crls) {
+                ISSUING_DIST_POINT *idp = static_cast<ISSUING_DIST_POINT *>(
+                    X509_CRL_get_ext_d2i(crl, NID_issuing_distribution_point, nullptr, nullptr));
+                const bool indirect = idp != nullptr && idp->indirectCRL != 0;
+                ISSUING_DIST_POINT_free(idp);
+                if (X509_NAME_cmp(X509_CRL_get_issuer(crl), X509_get_issuer_name(cert)) != 0 && !indirect) {
+                    continue;
+                }
+                X509_REVOKED *entry = nullptr;
+                if (X509_CRL_get0_by_serial(crl, &entry, X509_get0_serialNumber(cert)) != 1 || entry == nullptr) {
+                    continue;
+                }
+                ASN1_ENUMERATED *reason =
+                    static_cast<ASN1_ENUMERATED *>(X509_REVOKED_get_ext_d2i(entry, NID_crl_reason, nullptr, nullptr));
+                const std::string why = reason != nullptr ? ReasonName(ASN1_ENUMERATED_get(reason)) : "no reason given";
+                ASN1_ENUMERATED_free(reason);
+                found.push_back("'" + subject + "' revoked at " + Text(X509_REVOKED_get0_revocationDate(entry)) + " (" +
+                                why + ") by the CRL of '" + Name(X509_CRL_get_issuer(crl)) + "' (thisUpdate " +
+                                Text(X509_CRL_get0_lastUpdate(crl)) + ")");
+            }
+        } else if (code == VEXA_ERR_EXPIRED && genTime != nullptr && ASN1_TIME_compare(X509_get0_notAfter(cert), genTime) < 0) {
+            found.push_back("'" + subject + "' expired at " + Text(X509_get0_notAfter(cert)));
+        } else if (code == VEXA_ERR_NOT_YET_VALID && genTime != nullptr &&
+                   ASN1_TIME_compare(X509_get0_notBefore(cert), genTime) > 0) {
+            found.push_back("'" + subject + "' valid only from " + Text(X509_get0_notBefore(cert)));
+        } else if (code == VEXA_ERR_NO_CRL && X509_NAME_cmp(X509_get_subject_name(cert), X509_get_issuer_name(cert)) != 0) {
+            bool covered = false;
+            for (X509_CRL *crl : crls) {
+                const ASN1_TIME *next = X509_CRL_get0_nextUpdate(crl);
+                covered = covered || (X509_NAME_cmp(X509_CRL_get_issuer(crl), X509_get_issuer_name(cert)) == 0 &&
+                                      next != nullptr && genTime != nullptr && ASN1_TIME_compare(next, genTime) >= 0);
+            }
+            if (!covered) {
+                found.push_back("no current CRL of '" + Name(X509_get_issuer_name(cert)) + "' for '" + subject + "'");
+            }
+        }
+    }
+    return found;
+}
+
+/* The file checks read_input_file makes, with its codes. */
+uint32_t ReadInput(const std::string &path, Bytes *data)
+{
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode) || ReadFile(path, data) != kOk) {
+        return VEXA_ERR_FILE_OPEN;
+    }
+    if (data->empty()) {
+        return VEXA_ERR_FILE_EMPTY;
+    }
+    return data->size() > 2000000 ? VEXA_ERR_FILE_TOO_LARGE : VEXA_OK;
+}
+
+} // namespace
+
+uint32_t VerifyLikeChecktool(const VerifyInputs &in, Json *report)
+{
+    Bytes crlFile;
+    Bytes root;
+    uint32_t code = in.layoutCode;
+    if (code == VEXA_OK) {
+        code = ReadInput(in.crlPath, &crlFile);
+    }
+    if (ReadFile(in.rootPath, &root) != kOk || root.empty()) {
+        Fail("inspect: cannot read the root %s", in.rootPath.c_str());
+        return kErrIo;
+    }
+    Records() = Json::array();
+    ServiceLines().clear();
+    VexaLogSetObserver(Observe);
+    uint32_t verdict = 0;
+    if (code == VEXA_OK) {
+        VexaVerifyCtxParams params = {};
+        params.size = sizeof(params);
+        VexaVerifyCtx *ctx = nullptr;
+        code = VexaVerifyCreateCtx(&ctx, &params);
+        if (code == VEXA_OK) code = VexaVerifyAddCert(ctx, root.data(), static_cast<uint32_t>(root.size()));
+        if (code == VEXA_OK) code = VexaVerifyAddCrl(ctx, crlFile.data(), static_cast<uint32_t>(crlFile.size()));
+        if (code == VEXA_OK) code = VexaVerifyDetachSignatureBegin(ctx, in.signature.data(), static_cast<uint32_t>(in.signature.size()));
+        if (code == VEXA_OK) code = VexaVerifyDetachSignatureUpdate(ctx, in.content.data(), static_cast<uint32_t>(in.content.size()));
+        if (code == VEXA_OK && (VexaVerifyDetachSignatureFinal(ctx, &verdict) != VEXA_OK || verdict != 1)) {
+            code = VEXA_ERR_CMS_SIGNATURE; /* as checktool: only a clean verdict 1 verifies */
+        }
+        (void)VexaVerifyDestroyCtx(ctx);
+    }
+    VexaLogSetObserver(nullptr);
+
+    char hex[16];
+    snprintf(hex, sizeof(hex), "0x%08X", code);
+    Json v = {{"verdict", code == VEXA_OK ? "verified" : "refused"},
+              {"code", hex},
+              {"name", NameOf(code)},
+              {"exitStatus", code & 0xFF}};
+    ASN1_TIME *genTime = nullptr;
+    if (!in.genTimeRaw.empty()) {
+        genTime = ASN1_GENERALIZEDTIME_new();
+        if (ASN1_GENERALIZEDTIME_set_string(genTime, in.genTimeRaw.c_str()) != 1) {
+            ASN1_GENERALIZEDTIME_free(genTime);
+            genTime = nullptr;
+        }
+    }
+    const std::string judged = genTime != nullptr ? Text(genTime) : "";
+    if (!judged.empty()) {
+        v["judgedAt"] = judged + " (genTime of the signer's time-stamp token)";
+    }
+    if (code != VEXA_OK) {
+        v["rule"] = "the check named by the innermost diagnostic below failed";
+    }
+    for (const auto &r : kRules) {
+        if (r.code == code) {
+            v["rule"] = r.rule;
+        }
+    }
+    if (code == in.layoutCode && code != VEXA_OK) {
+        v["rule"] = "the image layout is invalid: a block lies outside the file or past its room, or the magic is missing";
+    }
+    std::vector<X509_CRL *> crls;
+    std::vector<X509 *> fileCerts;
+    ReadCrlFile(crlFile, &crls, &fileCerts);
+    std::vector<X509 *> path = in.pathCerts;
+    path.insert(path.end(), fileCerts.begin(), fileCerts.end());
+    const std::vector<std::string> concerned = Concerned(code, path, crls, genTime);
+    if (!concerned.empty()) {
+        std::string reason;
+        for (const std::string &c : concerned) {
+            reason += (reason.empty() ? "" : "; ") + c;
+        }
+        v["reason"] = reason + (judged.empty() ? "" : "; judged at genTime " + judged);
+    }
+    ASN1_GENERALIZEDTIME_free(genTime);
+    for (X509_CRL *crl : crls) {
+        X509_CRL_free(crl);
+    }
+    for (X509 *cert : fileCerts) {
+        X509_free(cert);
+    }
+    v["diagnostics"] = Records();
+    Json service = Json::array();
+    for (const std::string &line : ServiceLines()) {
+        service.push_back(line);
+    }
+    v["serviceMessages"] = service;
+    (*report)["verification"] = v;
+    return code;
+}
+
+} // namespace forge
