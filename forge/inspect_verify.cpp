@@ -229,6 +229,18 @@ std::vector<std::string> Concerned(uint32_t code, const std::vector<X509 *> &pat
         } else if (code == VEXA_ERR_NOT_YET_VALID && genTime != nullptr &&
                    ASN1_TIME_compare(X509_get0_notBefore(cert), genTime) > 0) {
             found.push_back("'" + subject + "' valid only from " + Text(X509_get0_notBefore(cert)));
+        } else if (code == VEXA_ERR_KEY_USAGE && (X509_get_extension_flags(cert) & EXFLAG_CA) == 0) {
+            /* the signer needs digitalSignature and codeSigning first, the
+             * TSA digitalSignature and timeStamping first: each end entity's
+             * usages side by side show which one lacks its own */
+            EXTENDED_KEY_USAGE *eku =
+                static_cast<EXTENDED_KEY_USAGE *>(X509_get_ext_d2i(cert, NID_ext_key_usage, nullptr, nullptr));
+            const int first = sk_ASN1_OBJECT_num(eku) > 0 ? OBJ_obj2nid(sk_ASN1_OBJECT_value(eku, 0)) : NID_undef;
+            sk_ASN1_OBJECT_pop_free(eku, ASN1_OBJECT_free);
+            const uint32_t ku = X509_get_key_usage(cert);
+            const bool digital = ku != UINT32_MAX && (ku & KU_DIGITAL_SIGNATURE) != 0;
+            found.push_back("'" + subject + "' has " + (digital ? "" : "no ") + "digitalSignature, first extended key usage " +
+                            (first == NID_undef ? "none" : OBJ_nid2sn(first)));
         } else if (code == VEXA_ERR_NO_CRL && X509_NAME_cmp(X509_get_subject_name(cert), X509_get_issuer_name(cert)) != 0) {
             bool covered = false;
             for (X509_CRL *crl : crls) {

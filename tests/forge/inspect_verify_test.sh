@@ -41,7 +41,7 @@ assert int(v["code"], 16) == code, f"{name}: code {v['code']}, listed {sys.argv[
 assert v["name"] != "unknown", name
 if code != 0:
     assert v["verdict"] == "refused" and "rule" in v, f"{name}: no rule: {v}"
-if code in (0x88200002, 0x88200013, 0x88200014):
+if code in (0x88200002, 0x88200007, 0x88200013, 0x88200014):
     assert "reason" in v and "'" in v["reason"], f"{name}: no certificate named: {v.get('reason')}"
 PY
 done < "$data/scenarios.txt"
