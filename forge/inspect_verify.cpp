@@ -209,7 +209,8 @@ std::vector<std::string> Concerned(uint32_t code, const std::vector<X509 *> &pat
                     X509_CRL_get_ext_d2i(crl, NID_issuing_distribution_point, nullptr, nullptr));
                 const bool indirect = idp != nullptr && idp->indirectCRL != 0;
                 ISSUING_DIST_POINT_free(idp);
-                if (X509_NAME_cmp(X509_CRL_get_issuer(crl), X509_get_issuer_name(cert)) != 0 && !indirect) {
+                const bool sameIssuer = X509_NAME_cmp(X509_CRL_get_issuer(crl), X509_get_issuer_name(cert)) == 0;
+                if (!sameIssuer && !indirect) {
                     continue;
                 }
                 X509_REVOKED *entry = nullptr;
@@ -220,9 +221,16 @@ std::vector<std::string> Concerned(uint32_t code, const std::vector<X509 *> &pat
                     static_cast<ASN1_ENUMERATED *>(X509_REVOKED_get_ext_d2i(entry, NID_crl_reason, nullptr, nullptr));
                 const std::string why = reason != nullptr ? ReasonName(ASN1_ENUMERATED_get(reason)) : "no reason given";
                 ASN1_ENUMERATED_free(reason);
+                /* the candidate score CRL selection gave it: listed 0x80,
+                 * current 0x40, same issuer 0x20, indirect 0x10 */
+                const ASN1_TIME *next = X509_CRL_get0_nextUpdate(crl);
+                const unsigned score = 0x80u | (next != nullptr && genTime != nullptr && ASN1_TIME_compare(genTime, next) <= 0 ? 0x40u : 0u) |
+                                       (sameIssuer ? 0x20u : 0u) | (indirect ? 0x10u : 0u);
+                char scoreText[8];
+                snprintf(scoreText, sizeof(scoreText), "0x%02X", score);
                 found.push_back("'" + subject + "' revoked at " + Text(X509_REVOKED_get0_revocationDate(entry)) + " (" +
                                 why + ") by the CRL of '" + Name(X509_CRL_get_issuer(crl)) + "' (thisUpdate " +
-                                Text(X509_CRL_get0_lastUpdate(crl)) + ")");
+                                Text(X509_CRL_get0_lastUpdate(crl)) + ", score " + scoreText + ")");
             }
         } else if (code == VEXA_ERR_EXPIRED && genTime != nullptr && ASN1_TIME_compare(X509_get0_notAfter(cert), genTime) < 0) {
             found.push_back("'" + subject + "' expired at " + Text(X509_get0_notAfter(cert)));
@@ -242,14 +250,34 @@ std::vector<std::string> Concerned(uint32_t code, const std::vector<X509 *> &pat
             found.push_back("'" + subject + "' has " + (digital ? "" : "no ") + "digitalSignature, first extended key usage " +
                             (first == NID_undef ? "none" : OBJ_nid2sn(first)));
         } else if (code == VEXA_ERR_NO_CRL && X509_NAME_cmp(X509_get_subject_name(cert), X509_get_issuer_name(cert)) != 0) {
+            /* why each CRL of the issuer is no candidate, or that it has none */
+            std::string why;
             bool covered = false;
             for (X509_CRL *crl : crls) {
+                if (X509_NAME_cmp(X509_CRL_get_issuer(crl), X509_get_issuer_name(cert)) != 0) {
+                    continue;
+                }
                 const ASN1_TIME *next = X509_CRL_get0_nextUpdate(crl);
-                covered = covered || (X509_NAME_cmp(X509_CRL_get_issuer(crl), X509_get_issuer_name(cert)) == 0 &&
-                                      next != nullptr && genTime != nullptr && ASN1_TIME_compare(next, genTime) >= 0);
+                X509 *issuer = nullptr;
+                for (X509 *c : path) {
+                    issuer = issuer == nullptr && X509_check_issued(c, cert) == X509_V_OK ? c : issuer;
+                }
+                std::string problem;
+                if (issuer != nullptr && X509_CRL_verify(crl, X509_get0_pubkey(issuer)) != 1) {
+                    problem = "its signature does not verify with the issuer's key";
+                } else if (next == nullptr || genTime == nullptr || ASN1_TIME_compare(next, genTime) < 0) {
+                    problem = "it expired at " + Text(next) + ", before genTime, and does not list the certificate";
+                } else {
+                    covered = true;
+                }
+                if (!problem.empty()) {
+                    why += (why.empty() ? "" : "; ") + std::string("the CRL with thisUpdate ") +
+                           Text(X509_CRL_get0_lastUpdate(crl)) + " does not qualify: " + problem;
+                }
             }
             if (!covered) {
-                found.push_back("no current CRL of '" + Name(X509_get_issuer_name(cert)) + "' for '" + subject + "'");
+                found.push_back("no CRL of '" + Name(X509_get_issuer_name(cert)) + "' qualifies for '" + subject + "'" +
+                                (why.empty() ? std::string(": the file has none") : ": " + why));
             }
         }
     }

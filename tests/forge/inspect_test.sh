@@ -20,14 +20,53 @@ import sys
 sig = open(sys.argv[1], "rb").read()
 assert sig[0] == 0x30 and sig[1] == 0x82
 open("ber.der", "wb").write(b"\x30\x80" + sig[4:] + b"\0\0")  # the outer SEQUENCE, indefinite
+
+def parse(b, pos=0):
+    tag, n = b[pos], b[pos + 1]
+    pos += 2
+    if n & 0x80:
+        k = n & 0x7F
+        n, pos = int.from_bytes(b[pos:pos + k], "big"), pos + k
+    end = pos + n
+    if tag & 0x20:
+        kids = []
+        while pos < end:
+            kids.append(parse(b, pos))
+            pos = kids[-1][2]
+        return [tag, kids, end]
+    return [tag, b[pos:end], end]
+
+def der(node):
+    tag, body = node[0], node[1]
+    content = b"".join(der(k) for k in body) if isinstance(body, list) else body
+    n = len(content)
+    head = bytes([n]) if n < 0x80 else bytes([0x80 | ((n.bit_length() + 7) // 8)]) + n.to_bytes((n.bit_length() + 7) // 8, "big")
+    return bytes([tag]) + head + content
+
+# The signer named by a subjectKeyIdentifier ([0]) instead of issuerAndSerialNumber.
+root = parse(sig)
+signer = root[1][1][1][0][1][-1][1][0]
+signer[1][1] = [0x80, bytes(range(1, 21)), 0]
+open("ski.der", "wb").write(der(root))
+# A token whose genTime has a fraction of a second (its signature no longer matters here).
+root = parse(sig)
+signer = root[1][1][1][0][1][-1][1][0]
+token = signer[1][-1][1][0][1][1][1][0]
+octets = token[1][1][1][0][1][2][1][1][1][0]
+tst = parse(octets[1])
+tst[1][4] = [0x18, b"20260315120000.5Z", 0]
+octets[1] = der(tst)
+open("fraction.der", "wb").write(der(root))
 PY
 good=$data/crlfiles/good.der
 img ber ber.der "$good"
+img ski ski.der "$good"
+img fraction fraction.der "$good"
 img eku "$data/sig/signer_eku_codesign_second.der" "$good"
 img v1 "$data/sig/valid.der" "$data/crlfiles/cmp_v1.der"
 img no_next "$data/sig/valid.der" "$data/crlfiles/cmp_no_next_update.der"
 cp "$data/images/valid.img" "$data/images/three_certs.img" "$data/images/two_signers.img" .
-for i in valid three_certs two_signers ber eku v1 no_next; do
+for i in valid three_certs two_signers ber eku v1 no_next ski fraction; do
   "$forge" inspect --json "$i.img" > "$i.json" || fail "inspect $i"
   "$forge" inspect "$i.img" > "$i.txt" || fail "inspect $i (text)"
 done
@@ -60,6 +99,8 @@ expect("ber", "indefinite length", b"\x30\x80")
 expect("eku", "codeSigning is not the first", b"\x30\x82")
 expect("v1", "v1 CRL", b"\x30")
 expect("no_next", "without nextUpdate", b"\x30")
+expect("ski", "subjectKeyIdentifier", bytes(range(1, 21)))
+expect("fraction", "not in whole seconds", b"20260315120000.5Z")
 assert "forge normalize" in report("ber")["refusedEncodings"][0]["advice"]
 PY
 grep -q "refusedEncodings: none" valid.txt || fail "the text report of the valid image"

@@ -3,8 +3,9 @@
 # forge inspect --crl --root on every operation-3 scenario of the fixture
 # list (the signature-only ones placed in an image first): forge exits with
 # checktool 3's status for the same inputs, and its JSON report holds the
-# listed code, its name and, for a refusal, the rule (and for a revoked,
-# expired or not yet valid certificate the certificate concerned).
+# listed code, its name and, for a refusal, the rule (and where a certificate
+# is concerned, that certificate: revoked, expired, not yet valid, without a
+# qualifying CRL, or with the wrong usages; a revoking CRL with its score).
 #   inspect_verify_test.sh FORGE CHECKTOOL TESTDATA_DIR
 set -uo pipefail
 forge=$1 checktool=$2 data=$3
@@ -41,8 +42,10 @@ assert int(v["code"], 16) == code, f"{name}: code {v['code']}, listed {sys.argv[
 assert v["name"] != "unknown", name
 if code != 0:
     assert v["verdict"] == "refused" and "rule" in v, f"{name}: no rule: {v}"
-if code in (0x88200002, 0x88200007, 0x88200013, 0x88200014):
+if code in (0x88200002, 0x88200007, 0x88200012, 0x88200013, 0x88200014):
     assert "reason" in v and "'" in v["reason"], f"{name}: no certificate named: {v.get('reason')}"
+if code == 0x88200002:
+    assert "score 0x" in v["reason"], f"{name}: the revoking CRL's score is missing: {v['reason']}"
 PY
 done < "$data/scenarios.txt"
 echo "inspect --crl: $checked scenarios, $failures failures"
