@@ -5,7 +5,7 @@
 # in the image (checked against the bytes there).
 #   inspect_test.sh FORGE TESTDATA_DIR
 set -euo pipefail
-forge=$1 data=$2
+forge=$1 data=$2 here=$(cd "$(dirname "$0")" && pwd)
 work=$(mktemp -d /tmp/forge-inspect-test.XXXXXX)
 trap 'rm -rf "$work"' EXIT
 fail() { echo "FAIL: $*"; exit 1; }
@@ -15,33 +15,12 @@ img() { # name, signature, CRL file
   "$forge" image --body "$data/body/body.bin" --signature "$2" --content "$data/content/content.bin" --crl "$3" \
     --out "$1.img"
 }
-python3 - "$data/sig/valid.der" <<'PY'
+PYTHONPATH=$here python3 - "$data/sig/valid.der" <<'PY'
 import sys
+from der import der, parse
 sig = open(sys.argv[1], "rb").read()
 assert sig[0] == 0x30 and sig[1] == 0x82
 open("ber.der", "wb").write(b"\x30\x80" + sig[4:] + b"\0\0")  # the outer SEQUENCE, indefinite
-
-def parse(b, pos=0):
-    tag, n = b[pos], b[pos + 1]
-    pos += 2
-    if n & 0x80:
-        k = n & 0x7F
-        n, pos = int.from_bytes(b[pos:pos + k], "big"), pos + k
-    end = pos + n
-    if tag & 0x20:
-        kids = []
-        while pos < end:
-            kids.append(parse(b, pos))
-            pos = kids[-1][2]
-        return [tag, kids, end]
-    return [tag, b[pos:end], end]
-
-def der(node):
-    tag, body = node[0], node[1]
-    content = b"".join(der(k) for k in body) if isinstance(body, list) else body
-    n = len(content)
-    head = bytes([n]) if n < 0x80 else bytes([0x80 | ((n.bit_length() + 7) // 8)]) + n.to_bytes((n.bit_length() + 7) // 8, "big")
-    return bytes([tag]) + head + content
 
 # The signer named by a subjectKeyIdentifier ([0]) instead of issuerAndSerialNumber.
 root = parse(sig)

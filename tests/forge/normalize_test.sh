@@ -6,54 +6,28 @@
 # copy whose signed attributes are not DER is refused and nothing written.
 #   normalize_test.sh FORGE TESTDATA_DIR
 set -euo pipefail
-forge=$1 data=$2
+forge=$1 data=$2 here=$(cd "$(dirname "$0")" && pwd)
 work=$(mktemp -d /tmp/forge-normalize-test.XXXXXX)
 trap 'rm -rf "$work"' EXIT
 fail() { echo "FAIL: $*"; exit 1; }
 
-python3 - "$data/sig/valid.der" "$work" <<'PY'
+PYTHONPATH=$here python3 - "$data/sig/valid.der" "$work" <<'PY'
 import sys
-
-def parse(b, pos=0):
-    """(tag, constructed, content or children, end) of the DER element at pos."""
-    tag = b[pos]; pos += 1
-    n = b[pos]; pos += 1
-    if n & 0x80:
-        k = n & 0x7F
-        n = int.from_bytes(b[pos:pos + k], "big"); pos += k
-    end = pos + n
-    if tag & 0x20:
-        kids = []
-        while pos < end:
-            kid = parse(b, pos)
-            kids.append(kid)
-            pos = kid[3]
-        return (tag, True, kids, end)
-    return (tag, False, b[pos:end], end)
-
-def length(n):
-    if n < 0x80:
-        return bytes([n])
-    raw = n.to_bytes((n.bit_length() + 7) // 8, "big")
-    return bytes([0x80 | len(raw)]) + raw
-
-def der(node):
-    tag, cons, body, _ = node
-    content = b"".join(der(k) for k in body) if cons else body
-    return bytes([tag]) + length(len(content)) + content
+from der import der, parse
 
 def ber(node, path=()):
     """Indefinite lengths down the SignedData's outer structure, the
     SignerInfo and its unsigned attributes (the token included), but never
     inside a signed part: certificates, signed attributes, TSTInfo."""
-    tag, cons, body, _ = node
+    tag, body = node[0], node[1]
+    cons = isinstance(body, list)
     name = {0x30: "SEQ", 0x31: "SET", 0xA0: "A0", 0xA1: "A1"}.get(tag, hex(tag))
     if not cons:
         if tag == 0x02 and len(body) == 1:  # a version: long-form length
             return bytes([tag, 0x81, 1]) + body
         if tag == 0x04 and path[-2:] == ("SEQ", "A0") and len(path) > 4:
             half = len(body) // 2  # the token's eContent, in two chunks
-            chunks = der((0x04, False, body[:half], 0)) + der((0x04, False, body[half:], 0))
+            chunks = der([0x04, body[:half], 0]) + der([0x04, body[half:], 0])
             return bytes([0x24, 0x80]) + chunks + b"\0\0"
         return der(node)
     if name == "A0" and (path[-4:] == ("A0", "SEQ", "SET", "SEQ") or path[-3:] == ("SEQ", "A0", "SEQ")):
@@ -67,12 +41,11 @@ out = ber(root)
 assert out != src and b"\x24\x80" in out, "the copy must be BER, chunked eContent included"
 open(sys.argv[2] + "/ber.der", "wb").write(out)
 # The signer's signed attributes with one long-form length: not DER.
-si = root[2][1][2][0][2][-1][2][0]
-attrs = next(k for k in si[2] if k[0] == 0xA0)
-a = der(attrs)
-bad = bytes([a[0], 0x82]) + len(a[2:] if a[1] < 0x80 else a[2 + (a[1] & 0x7F):]).to_bytes(2, "big")
-bad += a[2:] if a[1] < 0x80 else a[2 + (a[1] & 0x7F):]
-open(sys.argv[2] + "/bad.der", "wb").write(out.replace(a, bad, 1))
+si = root[1][1][1][0][1][-1][1][0]
+attrs = next(k for k in si[1] if k[0] == 0xA0)
+content = b"".join(der(k) for k in attrs[1])
+bad = bytes([0xA0, 0x82]) + len(content).to_bytes(2, "big") + content
+open(sys.argv[2] + "/bad.der", "wb").write(out.replace(der(attrs), bad, 1))
 PY
 
 "$forge" normalize --in "$work/ber.der" --out "$work/out.der" || fail "normalize refused the BER copy"

@@ -10,20 +10,17 @@
 #include <string>
 
 #include "image_layout.h"
-#include "support/test_env.h"
+#include "support/image_builder.h"
 
 namespace {
 
 using namespace testenv;
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
+#ifndef __has_feature
+#define __has_feature(x) 0
 #endif
+#if defined(__SANITIZE_ADDRESS__) || __has_feature(address_sanitizer)
+constexpr bool kSanitized = true;
 #else
 constexpr bool kSanitized = false;
 #endif
@@ -45,13 +42,6 @@ protected:
     }
 };
 
-void PutLe32(Bytes *b, size_t at, uint32_t v)
-{
-    for (int i = 0; i < 4; i++) {
-        (*b)[at + i] = static_cast<uint8_t>(v >> (8 * i));
-    }
-}
-
 /* The fixture image's header, NV counter record and trailer placed for a
  * body of `bodyLen` bytes in a sparse file of `size` bytes, the CRL block's
  * length field set to `crlLen` (0: as signed). False when the file system
@@ -62,12 +52,12 @@ bool MakeSparseImage(const std::string &path, uint32_t bodyLen, uint64_t size, u
     const uint32_t fixtureBody = image::LoadLe32(img.data() + image::kBodyLenOffset);
     const uint64_t fixtureTrailer = image::TrailerOffset(fixtureBody);
     Bytes header(img.begin(), img.begin() + image::kMinImageSize);
-    PutLe32(&header, image::kBodyLenOffset, bodyLen);
+    PutLe32(header, image::kBodyLenOffset, bodyLen);
     const uint64_t record = image::kHeaderRegion + fixtureBody - image::kNvcntRecordSize;
     const Bytes nvcnt(img.begin() + static_cast<long>(record), img.begin() + static_cast<long>(record + 8));
     Bytes trailer(img.begin() + static_cast<long>(fixtureTrailer), img.end());
     if (crlLen != 0) {
-        PutLe32(&trailer, image::kCrlBlock + image::kBlockLenField, crlLen);
+        PutLe32(trailer, image::kCrlBlock + image::kBlockLenField, crlLen);
     }
     int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     bool ok = fd >= 0 && ftruncate(fd, static_cast<off_t>(size)) == 0;
