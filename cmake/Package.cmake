@@ -147,6 +147,12 @@ checktool (@PROJECT_VERSION@-@CPACK_DEBIAN_PACKAGE_RELEASE@) unstable; urgency=m
   * Release @PROJECT_VERSION@; NEWS.md in the source tree lists what changed.
 
  -- @CHECKTOOL_PACKAGE_MAINTAINER@  @CHECKTOOL_RELEASE_DATE@
+
+checktool (0.1.0-1) unstable; urgency=medium
+
+  * Release 0.1.0, the first.
+
+ -- @CHECKTOOL_PACKAGE_MAINTAINER@  Sun, 23 Nov 2025 00:00:00 +0000
 ]=])
 add_custom_command(OUTPUT ${_deb_doc}/changelog.Debian.gz
   COMMAND gzip -9nc ${_deb_doc}/changelog > ${_deb_doc}/changelog.Debian.gz
@@ -160,12 +166,6 @@ foreach(_component IN LISTS _components)
   set(_pkg ${_deb_pkg_${_component}})
   install(FILES ${_deb_doc}/copyright ${_deb_doc}/changelog.Debian.gz
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${_pkg} COMPONENT ${_component})
-  # The project is packaged outside Debian's archive, so its first upload has
-  # no ITP bug to close.
-  file(WRITE ${_deb_doc}/overrides/${_pkg}
-    "# built outside the Debian archive: no ITP bug to close\n${_pkg}: initial-upload-closes-no-bugs\n")
-  install(FILES ${_deb_doc}/overrides/${_pkg}
-    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides COMPONENT ${_component})
 endforeach()
 
 include(CPack)
