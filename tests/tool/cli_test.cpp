@@ -124,18 +124,20 @@ Bytes CmsImage(uint32_t bodyLen, uint64_t fileSize)
     return b;
 }
 
+/* "out" before each run */
+const std::string kKeep(1000, 'o');
+
 struct OpRun {
     const char *name;
     std::vector<std::string> args;
-    Bytes image;       /* written to "img" first, unless empty */
-    uint32_t result;   /* the exit status is its low byte */
-    Lines lines;       /* between the request line and the result line */
-    std::string out;   /* "out" afterwards */
+    Bytes image;             /* written to "img" first, unless empty */
+    uint32_t result;         /* the exit status is its low byte */
+    Lines lines;             /* between the request line and the result line */
+    std::string out = kKeep; /* "out" afterwards */
 };
 
 TEST_F(Cli, OperationsEndWithTheirStatusOutputAndLogLines)
 {
-    const std::string keep(1000, 'o'); /* "out" before each run */
     const std::string good = Data("crlfiles/good.der");
     const std::string garbage = Data("crlfiles/garbage.bin");
     Bytes truncated = BuildImage(ImageSpec{});
@@ -150,83 +152,74 @@ TEST_F(Cli, OperationsEndWithTheirStatusOutputAndLogLines)
         {"extract: a CRL block of length 0 empties the output", {"0", "img", "out"}, Image(0x1000, true, {}), 0, {}, ""},
         {"extract: letters select operation 0", {"abc", "missing.img", "out"}, {}, 0x88000101u,
          {"MAJOR realpath fail", "MAJOR open crl file failed missing.img.",
-          "MAJOR read crl file failed, ret=-2013265663.", "MINOR parse image file failed, ret=-2013265663.", "MINOR get_image_crl_file failed, ret=-2013265663."},
-         keep},
+          "MAJOR read crl file failed, ret=-2013265663.", "MINOR parse image file failed, ret=-2013265663.", "MINOR get_image_crl_file failed, ret=-2013265663."}},
         {"extract: no trailer magic, the output is not opened", {"0", "img", "out"}, Image(0x1000, false, {}),
          0x88100001u,
          {"MINOR this image file not has cms crl", "MINOR img get_cms_file_info fail.",
-          "MINOR parse image file failed, ret=-2012217343.", "MINOR get_image_crl_file failed, ret=-2012217343."},
-         keep},
+          "MINOR parse image file failed, ret=-2012217343.", "MINOR get_image_crl_file failed, ret=-2012217343."}},
         {"extract: the output must exist", {"0", "img", "missing-out"}, Image(0x1000, true, {}), 0x88000101u,
-         {"MAJOR realpath fail", "MAJOR missing-out fopen fail.", "MINOR get_image_crl_file failed, ret=-2013265663."}, keep},
+         {"MAJOR realpath fail", "MAJOR missing-out fopen fail.", "MINOR get_image_crl_file failed, ret=-2013265663."}},
         {"extract: a truncated image is refused before any block is used", {"0", "img", "out"}, truncated,
          0x88100001u,
          {"MAJOR image file layout invalid, file size " + std::to_string(truncated.size()) + ".",
           "MINOR img get_cms_file_info fail.", "MINOR parse image file failed, ret=-2012217343.",
-          "MINOR get_image_crl_file failed, ret=-2012217343."},
-         keep},
-        {"check: garbage", {"2", garbage}, {}, 3, {undecodable[0], undecodable[1], undecodable[2], "MAJOR both crl error!\r"},
-         keep},
+          "MINOR get_image_crl_file failed, ret=-2012217343."}},
+        {"check: garbage", {"2", garbage}, {}, 3, {undecodable[0], undecodable[1], undecodable[2], "MAJOR both crl error!\r"}},
         {"check: an unverified CRL decodes but is invalid", {"2", Data("crlfiles/cmp_unverified.der")}, {}, 3,
-         {"MAJOR both crl error!\r"}, keep},
-        {"compare: mixed dates give 3 without a line", {"1", Data("crlfiles/cmp_mixed.der"), good}, {}, 3, {}, keep},
+         {"MAJOR both crl error!\r"}},
+        {"compare: mixed dates give 3 without a line", {"1", Data("crlfiles/cmp_mixed.der"), good}, {}, 3, {}},
         {"compare: the comparison fails", {"1", Data("crlfiles/cmp_int_crl_dropped.der"), good}, {}, 3,
-         {"MAJOR compare crl file fail!\r"}, keep},
+         {"MAJOR compare crl file fail!\r"}},
         {"compare: only the device file is valid", {"1", garbage, good}, {}, 4,
-         {undecodable[0], undecodable[2], "MINOR device crl is valid , update crl has destroyed!\r"}, keep},
+         {undecodable[0], undecodable[2], "MINOR device crl is valid , update crl has destroyed!\r"}},
         {"compare: only the update file is valid", {"1", good, garbage}, {}, 5,
-         {undecodable[1], undecodable[2], "MINOR device crl has destroyed, update crl is valid!\r"}, keep},
+         {undecodable[1], undecodable[2], "MINOR device crl has destroyed, update crl is valid!\r"}},
         {"compare: the second file is missing", {"1", good, "missing"}, {}, 0x88000101u,
-         {"MAJOR realpath fail", "MAJOR open crl file failed missing.", "MAJOR read crl file failed, ret=-2013265663."},
-         keep},
+         {"MAJOR realpath fail", "MAJOR open crl file failed missing.", "MAJOR read crl file failed, ret=-2013265663."}},
         {"verify: the image's own CRL block is not read", {"3", good, "img"},
-         Image(0x1000, true, Fixture("crlfiles/garbage.bin"), "sig/valid.der"), 0, {}, keep},
+         Image(0x1000, true, Fixture("crlfiles/garbage.bin"), "sig/valid.der"), 0, {}},
         {"verify: the image's own CRL block is not used", {"3", good, "img"},
-         Image(0x1000, true, Fixture("crlfiles/signer_revoked.der"), "sig/valid.der"), 0, {}, keep},
+         Image(0x1000, true, Fixture("crlfiles/signer_revoked.der"), "sig/valid.der"), 0, {}},
         {"verify: content changed, the library's code is replaced", {"3", good, Data("images/content_changed.img")},
-         {}, 0x88200309u, {"MAJOR cms final failed ", "MAJOR image cms data verify fail, ret=-2011167991."}, keep},
+         {}, 0x88200309u, {"MAJOR cms final failed ", "MAJOR image cms data verify fail, ret=-2011167991."}},
         {"verify: a CRL file the library refuses stops before the signature", {"3", garbage, Data("images/no_token.img")},
-         {}, 0x88200102u, {"MAJOR add crl fail ret = 0x88200102", "MAJOR image cms data verify fail, ret=-2011168510."},
-         keep},
+         {}, 0x88200102u, {"MAJOR add crl fail ret = 0x88200102", "MAJOR image cms data verify fail, ret=-2011168510."}},
         {"verify: Begin refuses the signature", {"3", good, Data("images/no_token.img")}, {}, 0x88100001u,
-         {"MAJOR verify fail ret = 0x88100001", "MAJOR image cms data verify fail, ret=-2012217343."}, keep},
+         {"MAJOR verify fail ret = 0x88100001", "MAJOR image cms data verify fail, ret=-2012217343."}},
         {"verify: no trailer magic, the CRL file is not read", {"3", "missing", "img"}, Image(0x1000, false, {}),
          0x88100001u,
          {"MINOR this image file not has cms crl", "MINOR img get_cms_file_info fail.",
-          "MAJOR get_image_crl_file failed, ret=-2012217343."},
-         keep},
+          "MAJOR get_image_crl_file failed, ret=-2012217343."}},
         {"verify: an empty CRL file", {"3", "empty", Data("images/valid.img")}, {}, 0x88000104u,
-         {"MAJOR VexaFileGetSize zero.", "MAJOR read crl file failed, ret=-2013265660."}, keep},
+         {"MAJOR VexaFileGetSize zero.", "MAJOR read crl file failed, ret=-2013265660."}},
         {"nvcnt: a SoC image of exactly 8 bytes is its own record", {"4", "1", "img", "out"},
          SocImage(8, 0x5A5AA5A5u, 7), 0, {}, "IMAGE_NVCNT=7\n"},
         {"nvcnt: a SoC image of 5 bytes fails at the seek", {"4", "1", "img", "out"}, SocImage(5, 0, 0), 2,
-         {"MAJOR fseek fail, ret=-1.", "MAJOR get_soc_image_nvcnt failed, ret=2281701634.", nvFailed}, keep},
+         {"MAJOR fseek fail, ret=-1.", "MAJOR get_soc_image_nvcnt failed, ret=2281701634.", nvFailed}},
         {"nvcnt: no SoC record flag", {"4", "1", "img", "out"}, SocImage(100, 0, 9), 1,
-         {"MAJOR image flag[0x0] not valid, image nvcnt not exist.", "MAJOR get_image_nvcnt failed, ret=1."}, keep},
+         {"MAJOR image flag[0x0] not valid, image nvcnt not exist.", "MAJOR get_image_nvcnt failed, ret=1."}},
         {"nvcnt: CMS body length 0 reads the end of the header region", {"4", "0", "img", "out"},
          CmsImage(0, 0x10000), 0, {}, "IMAGE_NVCNT=41\n"},
         {"nvcnt: CMS body length 0 needs the whole header region", {"4", "0", "img", "out"}, CmsImage(0, 0xFFFF), 2,
          {"MAJOR file_size [65535] or offset[65528] invalid.", "MAJOR get_cms_image_nvcnt failed, ret=2281701636.",
-          nvFailed},
-         keep},
+          nvFailed}},
         {"nvcnt: a CMS image shorter than its header fields", {"4", "0", "img", "out"}, Bytes(1135, 0), 2,
          {"MAJOR VexaFileRead failed, read_count=1135.", "MAJOR get_cms_image_nvcnt failed, ret=2281701634.",
-          nvFailed},
-         keep},
+          nvFailed}},
         {"nvcnt: a CMS body length that wraps the offset before the file", {"4", "0", "img", "out"},
          CmsImage(0xFFFF0000u, 0x1000), 2,
-         {"MAJOR fseek fail, ret=-1.", "MAJOR get_cms_image_nvcnt failed, ret=2281701634.", nvFailed}, keep},
+         {"MAJOR fseek fail, ret=-1.", "MAJOR get_cms_image_nvcnt failed, ret=2281701634.", nvFailed}},
         {"nvcnt: an unknown image type is not opened", {"4", "2", "missing", "out"}, {}, 2,
-         {"MAJOR image type[2] not support.", nvFailed}, keep},
+         {"MAJOR image type[2] not support.", nvFailed}},
         {"nvcnt: the output must exist", {"4", "1", "img", "missing-out"}, SocImage(16, 0x5A5AA5A5u, 3), 2,
-         {"MAJOR realpath fail", "MAJOR missing-out fopen fail.", "MAJOR write_nvcnt_to_file failed, ret = 2281701633", nvFailed}, keep},
+         {"MAJOR realpath fail", "MAJOR missing-out fopen fail.", "MAJOR write_nvcnt_to_file failed, ret = 2281701633", nvFailed}},
     };
     for (const OpRun &c : runs) {
         SCOPED_TRACE(c.name);
         if (!c.image.empty()) {
             WriteFile("img", c.image);
         }
-        WriteFile("out", keep);
+        WriteFile("out", kKeep);
         remove(kLogPath);
         EXPECT_EQ(RunTool(c.args).status, static_cast<int>(c.result & 0xFF));
         EXPECT_EQ(ReadFile("out"), c.out);
