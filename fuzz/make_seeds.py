@@ -16,12 +16,6 @@ HEADER_REGION = 0x10000
 BODY_LEN_OFFSET = 0x460
 
 
-def pem(label, der):
-    body = base64.b64encode(der).decode()
-    lines = [body[i:i + 64] for i in range(0, len(body), 64)]
-    return ("-----BEGIN %s-----\n%s\n-----END %s-----\n" % (label, "\n".join(lines), label)).encode()
-
-
 def two_parts(a, b):
     a = a[:0xFFFF]
     return struct.pack("<H", len(a)) + a + b
@@ -55,15 +49,14 @@ def main():
     sigs = sorted((src / "sig").iterdir())
     images = sorted((src / "images").glob("*.img"))
 
+    # PEM forms of certificates and CRLs come with the CRL files (good.pem)
     for f in certs:
         put("cert", f.name, f.read_bytes())
         put("add_input", f.name, f.read_bytes())
-        put("add_input", f.stem + ".pem", pem("CERTIFICATE", f.read_bytes()))
         put("base64", f.stem + ".b64", base64.encodebytes(f.read_bytes()))
     for f in crls:
         put("crl", f.name, f.read_bytes())
         put("add_input", "crl_" + f.name + ".der", f.read_bytes())
-        put("add_input", "crl_" + f.stem + ".pem", pem("X509 CRL", f.read_bytes()))
     for f in crlfiles:
         put("add_input", "file_" + f.name, f.read_bytes())
     for f in sigs:
