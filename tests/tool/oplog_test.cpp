@@ -1,4 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
+/* The operation log: rotation, overlong lines, a missing directory; and the
+ * files a root run opens, planted or swapped by someone else (links in place
+ * of the log, its lock or an output; FIFOs, devices and directories where a
+ * regular file belongs), each test named for the attack it stops. */
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -27,11 +31,11 @@ protected:
     }
 };
 
-void MakeLog(const std::string &path, size_t size)
+void MakeLog(const std::string &path, off_t size, mode_t mode = 0600)
 {
-    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, mode);
     ASSERT_GE(fd, 0);
-    ASSERT_EQ(ftruncate(fd, static_cast<off_t>(size)), 0);
+    ASSERT_EQ(ftruncate(fd, size), 0);
     close(fd);
 }
 
@@ -66,7 +70,7 @@ TEST_F(OplogTest, RotationAtTheThreshold)
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         remove(kOld.c_str());
-        MakeLog(kLog, c.logSize);
+        MakeLog(kLog, static_cast<off_t>(c.logSize));
         MakeLog(kOld, 10);
         int lockFd = -1;
         if (c.lock == kLockIsDirectory) {
@@ -135,6 +139,65 @@ TEST_F(OplogTest, TimeStringIsLeftEmptyWithoutRoom)
     get_time_str(sizeof tiny, tiny);
     EXPECT_STREQ(tiny, "") << "a time that does not fit is not written truncated";
     get_time_str(LOG_TIME_BUF_SIZE, nullptr);
+}
+
+/* A rotation opened the lock file with O_CREAT through whatever link was
+ * there, so a root run created (or truncated) any file it named. */
+TEST_F(OplogTest, LockFileLinkIsNeverFollowed)
+{
+    MakeLog(kLogPath, 5242000);
+    ASSERT_EQ(symlink((dir_ + "/victim").c_str(), g_lockPath), 0);
+    write_log("%s\n", std::string(900, 'x').c_str());
+    EXPECT_FALSE(FileExists("victim"));
+}
+
+/* The log is checked for a link, then opened: a link swapped in between
+ * used to receive the lines, and a rotation changed the mode of whatever the
+ * link named. */
+TEST_F(OplogTest, LogSwappedForLinkAfterTheCheckIsNeitherWrittenNorChmodded)
+{
+    MakeLog("victim", 5242000, 0644);
+    ASSERT_EQ(symlink((dir_ + "/victim").c_str(), g_logPath), 0);
+    EXPECT_LT(get_ring_fd(g_logPath, "line\n"), 0);
+    rotate_log_file(g_logPath);
+    struct stat st = {};
+    ASSERT_EQ(stat("victim", &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0644u);
+    EXPECT_EQ(st.st_size, 5242000);
+}
+
+/* A FIFO blocked the root process for ever at open; a device or a
+ * directory was read or written as if it were the file. Each is refused at
+ * once, with the operation's own open-failure line. */
+TEST_F(OplogTest, NonRegularFilesAreRefusedAtOnce)
+{
+    ASSERT_EQ(mkfifo("fifo", 0600), 0);
+    ASSERT_EQ(mkdir("dir", 0700), 0);
+    const std::string image = Data("images/valid.img");
+    const struct {
+        const char *name;
+        std::vector<std::string> args;
+        int status;
+        std::string line;
+    } cases[] = {
+        {"operation 0 output FIFO", {"0", image, "fifo"}, 1, "fifo fopen fail."},
+        {"operation 0 output device", {"0", image, "/dev/null"}, 1, "/dev/null fopen fail."},
+        {"operation 4 output directory", {"4", "0", image, "dir"}, 2, "dir fopen fail."},
+        {"operation 2 CRL file FIFO", {"2", "fifo"}, 1, "open crl file failed fifo."},
+        {"operation 3 image device", {"3", Data("crlfiles/good.der"), "/dev/zero"}, 1,
+         "open crl file failed /dev/zero."},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        std::vector<std::string> argv = {"/usr/bin/timeout", "10", CHECKTOOL_TEST_BIN};
+        argv.insert(argv.end(), c.args.begin(), c.args.end());
+        EXPECT_EQ(RunProcess(argv).status, c.status);
+        bool logged = false;
+        for (const std::string &line : LogMessages()) {
+            logged = logged || line == c.line;
+        }
+        EXPECT_TRUE(logged) << c.line;
+    }
 }
 
 } // namespace
