@@ -94,9 +94,11 @@ else()
   set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libssl-dev (>= 3.0)")
 endif()
 
-# shlibs file and ldconfig trigger, so packages linking libvexa.so get
-# their dependency on libvexa0 from dpkg-shlibdeps.
+# A shlibs file, so packages linking libvexa.so get their dependency on
+# libvexa0 from dpkg-shlibdeps; the ldconfig trigger replaces CPack's
+# maintainer scripts once the package is made.
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_POST_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/DebLdconfigTrigger.cmake)
 set(CPACK_DEBIAN_LIB_PACKAGE_NAME libvexa${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_LIB_PACKAGE_SECTION libs)
 set(CPACK_COMPONENT_LIB_DESCRIPTION
