@@ -13,11 +13,7 @@ using dertest::Bytes;
 
 VexaAsnOcts View(const Bytes &b, uint32_t tagNumber = 6)
 {
-    VexaAsnOcts v{};
-    v.len = static_cast<uint32_t>(b.size());
-    v.tagNumber = tagNumber;
-    v.data = b.data();
-    return v;
+    return VexaAsnOcts{static_cast<uint32_t>(b.size()), 0, 0, tagNumber, b.data()};
 }
 
 TEST(OidTable, EveryRowIsDistinctAndFindsItself)
@@ -64,11 +60,7 @@ TEST(OidTable, ComparesViewsByLengthAndContentOnly)
     const Bytes b = {1, 2, 3};
     const Bytes c = {1, 2, 4};
     const Bytes d = {1, 2};
-    const VexaAsnOcts va = View(a, 6);
-    const VexaAsnOcts vb = View(b, 4);
-    const VexaAsnOcts vc = View(c);
-    const VexaAsnOcts shorter = View(d);
-    const VexaAsnOcts absent{};
+    const VexaAsnOcts va = View(a, 6), vb = View(b, 4), vc = View(c), shorter = View(d), absent{};
     EXPECT_EQ(VexaAsnOctsCompare(&va, &vb), 0) << "tags are ignored";
     EXPECT_NE(VexaAsnOctsCompare(&va, &vc), 0);
     EXPECT_EQ(VexaAsnOctsCompare(&va, &shorter), -1);
