@@ -37,8 +37,9 @@ inline void Observe(uint32_t level, const char *function, uint32_t line, uint32_
 
 inline bool HasRecord(const std::string &function, uint32_t code, const std::string &message)
 {
-    return std::any_of(Records().begin(), Records().end(),
-                       [&](const Record &r) { return r.function == function && r.code == code && r.message == message; });
+    return std::any_of(Records().begin(), Records().end(), [&](const Record &r) {
+        return r.function == function && r.code == code && r.message == message;
+    });
 }
 
 class Captured : public ::testing::Test {

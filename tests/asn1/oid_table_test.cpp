@@ -33,7 +33,7 @@ TEST(OidTable, EveryRowIsDistinctAndFindsItself)
 
 TEST(OidTable, MapsAlgorithmsToDigestIdsAndEverythingElseToZero)
 {
-    const Bytes sha256Rsa = dertest::OidSha256Rsa();
+    const Bytes sha256Rsa = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x0B};
     const struct { const char *name; Bytes oid; int32_t id; uint32_t digest; } cases[] = {
         {"sha256WithRSAEncryption", sha256Rsa, AOID_SHA256WITHRSAENCRYPTION, 43},
         {"sha384", {0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x02}, AOID_SHA384, 44},

@@ -164,7 +164,8 @@ TEST(CrlRecord, HoldsTheFieldsLibcryptoWroteAndRefusesAMissingNextUpdate)
         def.nextUpdate = c.nextUpdate;
         /* high bit set, so the encoder adds a sign octet the decoder must drop */
         for (int i = 0; i < c.revoked; i++) {
-            def.revoked.push_back({0x8000 + i, testpki::kT0 - 40 * testpki::kDay, c.reason < 0 ? -1 : c.reason + 3 * i});
+            def.revoked.push_back({0x8000 + i, testpki::kT0 - 40 * testpki::kDay,
+                                   c.reason < 0 ? -1 : c.reason + 3 * i});
         }
         def.indirect = def.onlyUserCerts = c.indirect;
         testpki::Crl made = testpki::MakeCrl(def);
@@ -233,7 +234,7 @@ TEST(TimestampRecord, OptionalTstInfoFieldsAreSteppedOver)
         Seq({Int({1}), Tlv(0x80, {0x01, 0xF4})}),                                            /* accuracy */
         Bool(true),                                                                           /* ordering */
         Int({0x01, 0x23, 0x45, 0x67}),                                                        /* nonce */
-        Explicit(0, Tlv(0xA4, Seq({Set({Seq({Oid(OidCommonName()), Text(0x0C, "TSA")})})}))), /* tsa */
+        Explicit(0, Tlv(0xA4, Seq({Set({Seq({Oid({0x55, 0x04, 0x03}), Text(0x0C, "TSA")})})}))), /* tsa */
         Tlv(0xA1, Seq({Extension(OidSubjectKeyId(), Octets({1, 2}))})),                      /* extensions */
     });
     void *record = nullptr;
