@@ -49,13 +49,7 @@ inline Bytes Explicit(uint8_t number, const Bytes &inner) { return Tlv(static_ca
 
 /* Content octets of identifiers the tests use. */
 inline Bytes OidCodeSigning() { return {0x2B, 0x06, 0x01, 0x05, 0x05, 0x07, 0x03, 0x03}; }
-inline Bytes OidTimeStamping() { return {0x2B, 0x06, 0x01, 0x05, 0x05, 0x07, 0x03, 0x08}; }
-inline Bytes OidServerAuth() { return {0x2B, 0x06, 0x01, 0x05, 0x05, 0x07, 0x03, 0x01}; }
-inline Bytes OidKeyUsage() { return {0x55, 0x1D, 0x0F}; }
-inline Bytes OidBasicConstraints() { return {0x55, 0x1D, 0x13}; }
 inline Bytes OidSubjectKeyId() { return {0x55, 0x1D, 0x0E}; }
-inline Bytes OidCommonName() { return {0x55, 0x04, 0x03}; }
-inline Bytes OidSha256Rsa() { return {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x0B}; }
 
 /* One extension entry: extnID, optional critical, OCTET STRING value. */
 inline Bytes Extension(const Bytes &oid, const Bytes &value, bool critical = false)

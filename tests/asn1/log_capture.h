@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <stdint.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -36,12 +37,9 @@ inline void Observe(uint32_t level, const char *function, uint32_t line, uint32_
 
 inline bool HasRecord(const std::string &function, uint32_t code, const std::string &message)
 {
-    for (const Record &r : Records()) {
-        if (r.function == function && r.code == code && r.message == message) {
-            return true;
-        }
-    }
-    return false;
+    return std::any_of(Records().begin(), Records().end(), [&](const Record &r) {
+        return r.function == function && r.code == code && r.message == message;
+    });
 }
 
 class Captured : public ::testing::Test {

@@ -13,11 +13,7 @@ using dertest::Bytes;
 
 VexaAsnOcts View(const Bytes &b, uint32_t tagNumber = 6)
 {
-    VexaAsnOcts v{};
-    v.len = static_cast<uint32_t>(b.size());
-    v.tagNumber = tagNumber;
-    v.data = b.data();
-    return v;
+    return VexaAsnOcts{static_cast<uint32_t>(b.size()), 0, 0, tagNumber, b.data()};
 }
 
 TEST(OidTable, EveryRowIsDistinctAndFindsItself)
@@ -37,7 +33,7 @@ TEST(OidTable, EveryRowIsDistinctAndFindsItself)
 
 TEST(OidTable, MapsAlgorithmsToDigestIdsAndEverythingElseToZero)
 {
-    const Bytes sha256Rsa = dertest::OidSha256Rsa();
+    const Bytes sha256Rsa = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x0B};
     const struct { const char *name; Bytes oid; int32_t id; uint32_t digest; } cases[] = {
         {"sha256WithRSAEncryption", sha256Rsa, AOID_SHA256WITHRSAENCRYPTION, 43},
         {"sha384", {0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x02}, AOID_SHA384, 44},
@@ -64,11 +60,7 @@ TEST(OidTable, ComparesViewsByLengthAndContentOnly)
     const Bytes b = {1, 2, 3};
     const Bytes c = {1, 2, 4};
     const Bytes d = {1, 2};
-    const VexaAsnOcts va = View(a, 6);
-    const VexaAsnOcts vb = View(b, 4);
-    const VexaAsnOcts vc = View(c);
-    const VexaAsnOcts shorter = View(d);
-    const VexaAsnOcts absent{};
+    const VexaAsnOcts va = View(a, 6), vb = View(b, 4), vc = View(c), shorter = View(d), absent{};
     EXPECT_EQ(VexaAsnOctsCompare(&va, &vb), 0) << "tags are ignored";
     EXPECT_NE(VexaAsnOctsCompare(&va, &vc), 0);
     EXPECT_EQ(VexaAsnOctsCompare(&va, &shorter), -1);

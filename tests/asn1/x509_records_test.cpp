@@ -41,13 +41,6 @@ using HeldCert = Held<VexaX509Cert, VexaX509DecodeCert, VexaX509FreeCert>;
 using HeldCrl = Held<VexaX509Crl, VexaX509DecodeCrl, VexaX509FreeCrl>;
 using HeldCms = Held<VexaPkcs7Content, VexaPkcs7DecodeContent, VexaPkcs7FreeContent>;
 
-testpki::Cert ExampleRoot()
-{
-    testpki::CertSpec def;
-    def.subject = "C=XX,O=Example,CN=Example Root";
-    return testpki::MakeCert(def);
-}
-
 /* n RDNs, or one RDN of n attributes */
 std::string NameOf(int n, bool oneRdn)
 {
@@ -58,38 +51,33 @@ std::string NameOf(int n, bool oneRdn)
     return name;
 }
 
+/* cA, key usage and the first purpose are pinned by the item tests and the
+ * scenarios; here the certificate's own limits and rules. */
 TEST(CertificateRecord, TakesOnlyWhatItsCapacitiesAndRulesAllow)
 {
-    using Exts = std::vector<std::pair<std::string, std::string>>;
     testpki::Key ecKey(EVP_EC_gen("P-256"));
     ASSERT_NE(ecKey.get(), nullptr);
-    /* extensions: cA, key usage, first purpose; name: RDNs, attributes of the first */
-    const struct { const char *name; Exts exts; long version; std::string subject; EVP_PKEY *key; uint32_t code;
-                   uint32_t ca, keyUsage, eku, rdns, attrs; } cases[] = {
-        {"version 3 without extensions", {}, 2, "CN=a", nullptr, VEXA_OK, 0, 0, 0, 1, 1},
-        {"code signing as the first purpose", {{"extendedKeyUsage", "codeSigning,serverAuth"}}, 2, "CN=a", nullptr,
-         VEXA_OK, 0, 0, VEXA_EKU_CODE_SIGNING, 1, 1},
-        {"cA FALSE", {{"basicConstraints", "CA:FALSE"}}, 2, "CN=a", nullptr, VEXA_OK, 0, 0, 0, 1, 1},
-        {"cA TRUE with a path length", {{"basicConstraints", "critical,CA:TRUE,pathlen:0"}}, 2, "CN=a", nullptr,
-         VEXA_OK, 1, 0, 0, 1, 1},
-        {"unknown critical extension is ignored", {{"1.3.6.1.4.1.99999.1", "critical,DER:05:00"}, {"keyUsage", "cRLSign"}},
-         2, "CN=a", nullptr, VEXA_OK, 0, 0x02, 0, 1, 1},
-        {"other extensions are stepped over",
-         {{"subjectKeyIdentifier", "hash"}, {"authorityKeyIdentifier", "keyid"}, {"subjectAltName", "DNS:a.example"},
-          {"keyUsage", "keyCertSign"}},
-         2, "CN=a", nullptr, VEXA_OK, 0, 0x04, 0, 1, 1},
-        {"ten RDNs", {}, 2, NameOf(10, false), nullptr, VEXA_OK, 0, 0, 0, 10, 1},
-        {"eleven RDNs", {}, 2, NameOf(11, false), nullptr, VEXA_ERR_ASN_LIST, 0, 0, 0, 0, 0},
-        {"ten attributes in one RDN", {}, 2, NameOf(10, true), nullptr, VEXA_OK, 0, 0, 0, 1, 10},
-        {"eleven attributes in one RDN", {}, 2, NameOf(11, true), nullptr, VEXA_ERR_ASN_LIST, 0, 0, 0, 0, 0},
-        {"version 1 has no version field", {}, 0, "CN=v1", nullptr, VEXA_ERR_ASN_SEQ, 0, 0, 0, 0, 0},
-        {"version 2", {}, 1, "CN=v2", nullptr, VEXA_OK, 0, 0, 0, 1, 1},
-        {"an EC key is no RSAPublicKey", {}, 2, "CN=ec", ecKey.get(), VEXA_ERR_ASN_TAG, 0, 0, 0, 0, 0},
+    const std::vector<std::pair<std::string, std::string>> others = {
+        {"subjectKeyIdentifier", "hash"}, {"authorityKeyIdentifier", "keyid"}, {"subjectAltName", "DNS:a.example"},
+        {"1.3.6.1.4.1.99999.1", "critical,DER:05:00"}, {"keyUsage", "keyCertSign"}};
+    /* name: RDNs, attributes of the first */
+    const struct { const char *name; bool exts; long version; std::string subject; EVP_PKEY *key; uint32_t code;
+                   uint32_t keyUsage, rdns, attrs; } cases[] = {
+        {"other extensions are stepped over", true, 2, "CN=a", nullptr, VEXA_OK, 0x04, 1, 1},
+        {"ten RDNs", false, 2, NameOf(10, false), nullptr, VEXA_OK, 0, 10, 1},
+        {"eleven RDNs", false, 2, NameOf(11, false), nullptr, VEXA_ERR_ASN_LIST, 0, 0, 0},
+        {"ten attributes in one RDN", false, 2, NameOf(10, true), nullptr, VEXA_OK, 0, 1, 10},
+        {"eleven attributes in one RDN", false, 2, NameOf(11, true), nullptr, VEXA_ERR_ASN_LIST, 0, 0, 0},
+        {"version 1 has no version field", false, 0, "CN=v1", nullptr, VEXA_ERR_ASN_SEQ, 0, 0, 0},
+        {"version 2", false, 1, "CN=v2", nullptr, VEXA_OK, 0, 1, 1},
+        {"an EC key is no RSAPublicKey", false, 2, "CN=ec", ecKey.get(), VEXA_ERR_ASN_TAG, 0, 0, 0},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         testpki::CertSpec def;
-        def.extensions = c.exts;
+        if (c.exts) {
+            def.extensions = others;
+        }
         def.version = c.version;
         def.subject = c.subject;
         def.key = c.key;
@@ -100,9 +88,7 @@ TEST(CertificateRecord, TakesOnlyWhatItsCapacitiesAndRulesAllow)
         ASSERT_EQ(h.code, c.code);
         if (c.code == VEXA_OK) {
             const VexaX509TbsCert &tbs = h.rec->tbsCertificate;
-            EXPECT_EQ(tbs.extensions.basicConstraintsCa, c.ca);
             EXPECT_EQ(tbs.extensions.keyUsage, c.keyUsage);
-            EXPECT_EQ(tbs.extensions.extKeyUsage, c.eku);
             EXPECT_EQ(tbs.subject.count, c.rdns);
             EXPECT_EQ(tbs.subject.rdns[0].count, c.attrs);
             EXPECT_EQ(View(tbs.serialNumber), (Bytes{0x9A, 0x00, 0x01}));
@@ -123,7 +109,6 @@ TEST(CertificateRecord, OnlyAUniversalSequenceViewIsACertificate)
         cert = nullptr;
     }
     EXPECT_EQ(VexaX509DecodeCert(nullptr, 10, &cert, &consumed), VEXA_ERR_PARAM);
-    EXPECT_EQ(VexaX509DecodeCert(a.data(), len, nullptr, &consumed), VEXA_ERR_PARAM);
 }
 
 /* Every prefix and every single-octet change of real DER decodes or fails
@@ -151,53 +136,25 @@ TEST(DecoderRobustness, TruncatedOrCorruptedInputFailsCleanly)
     Mangle<HeldCms>(Fixture("sig/valid.der")); /* with a time-stamp token */
 }
 
-TEST(CrlRecord, HoldsTheFieldsLibcryptoWrote)
-{
-    testpki::Cert root = ExampleRoot();
-    testpki::CrlSpec def;
-    def.issuer = root.get();
-    def.issuerKey = testpki::SharedKey(2048);
-    def.thisUpdate = 1717200000; /* 2024-06-01 */
-    /* high bit set, so the encoder adds a sign octet the decoder must drop */
-    def.revoked = {{0x8000, 1715731200, CRL_REASON_KEY_COMPROMISE}, {0x8001, 1715731200, CRL_REASON_SUPERSEDED}};
-    def.indirect = true;
-    def.onlyUserCerts = true;
-    testpki::Crl made = testpki::MakeCrl(def);
-    const HeldCrl h(testpki::Der(made.get()));
-    ASSERT_EQ(h.code, VEXA_OK);
-    EXPECT_EQ(h.consumed, h.der.size());
-    EXPECT_EQ(h.rec->refCount, 1u);
-    EXPECT_EQ(h.rec->tbsCertListRaw.data, h.der.data() + 4);
-    const VexaX509TbsCrl &tbs = h.rec->tbsCertList;
-    EXPECT_EQ(tbs.version, 1u);
-    ASSERT_EQ(tbs.issuer.count, 3u);
-    const Bytes cn = View(tbs.issuer.rdns[2].attrs[0].value);
-    EXPECT_EQ(std::string(cn.begin(), cn.end()), "Example Root");
-    EXPECT_EQ(Epoch(tbs.thisUpdate), def.thisUpdate);
-    ASSERT_EQ(tbs.revokedCertificates.count, 2u);
-    for (uint32_t i = 0; i < 2; i++) {
-        const VexaX509RevokedEntry &e = tbs.revokedCertificates.entries[i];
-        EXPECT_EQ(View(e.userCertificate), (Bytes{0x80, static_cast<uint8_t>(i)})) << "sign octet dropped";
-        EXPECT_EQ(Epoch(e.revocationDate), 1715731200);
-        EXPECT_EQ(e.reasonCode, i == 0 ? 1u : 4u);
-    }
-    const VexaX509Idp &idp = tbs.crlExtensions.issuingDistributionPoint;
-    EXPECT_EQ(idp.indirectCRL * 100 + idp.onlyContainsUserCerts * 10 + idp.onlyContainsCACerts, 110u);
-}
-
 /* 20 and 21 entries and a CRL without version run through operation 2 in the
  * scenario tests. */
-TEST(CrlRecord, DecodesOptionalFieldsAndRefusesAMissingNextUpdate)
+TEST(CrlRecord, HoldsTheFieldsLibcryptoWroteAndRefusesAMissingNextUpdate)
 {
-    testpki::Cert root = ExampleRoot();
+    testpki::CertSpec rootDef;
+    rootDef.subject = "C=XX,O=Example,CN=Example Root";
+    testpki::Cert root = testpki::MakeCert(rootDef);
     constexpr int64_t kNext = 1719792000;
-    const struct { const char *name; int revoked; int reason; int64_t nextUpdate; bool extensions; uint32_t code; } cases[] = {
-        {"no revoked entries", 0, 1, kNext, false, VEXA_OK},
-        {"entries without a reason", 2, -1, kNext, false, VEXA_OK},
-        {"nextUpdate as GeneralizedTime", 1, 1, 2840140800, false, VEXA_OK},
-        {"no nextUpdate, revoked list follows", 2, 1, 0, false, VEXA_ERR_ASN_OCTS_TAG},
-        {"no nextUpdate, extensions follow", 0, 1, 0, true, VEXA_ERR_ASN_OCTS_TAG},
-        {"no nextUpdate, nothing follows", 0, 1, 0, false, VEXA_ERR_ASN_SEQ},
+    /* reason of the first entry, the second's is 3 more; idp: indirectCRL,
+     * onlyContainsUserCerts, onlyContainsCACerts as digits */
+    const struct { const char *name; int revoked; int reason; int64_t nextUpdate; bool indirect; uint32_t code;
+                   uint32_t idp; } cases[] = {
+        {"two reasons and an IDP", 2, CRL_REASON_KEY_COMPROMISE, kNext, true, VEXA_OK, 110},
+        {"no revoked entries", 0, 1, kNext, false, VEXA_OK, 0},
+        {"entries without a reason", 2, -1, kNext, false, VEXA_OK, 0},
+        {"nextUpdate as GeneralizedTime", 1, 1, 2840140800, false, VEXA_OK, 0},
+        {"no nextUpdate, revoked list follows", 2, 1, 0, false, VEXA_ERR_ASN_OCTS_TAG, 0},
+        {"no nextUpdate, extensions follow", 0, 1, 0, true, VEXA_ERR_ASN_OCTS_TAG, 0},
+        {"no nextUpdate, nothing follows", 0, 1, 0, false, VEXA_ERR_ASN_SEQ, 0},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
@@ -205,22 +162,36 @@ TEST(CrlRecord, DecodesOptionalFieldsAndRefusesAMissingNextUpdate)
         def.issuer = root.get();
         def.issuerKey = testpki::SharedKey(2048);
         def.nextUpdate = c.nextUpdate;
+        /* high bit set, so the encoder adds a sign octet the decoder must drop */
         for (int i = 0; i < c.revoked; i++) {
-            def.revoked.push_back({0x100 + i, testpki::kT0 - 40 * testpki::kDay, c.reason});
+            def.revoked.push_back({0x8000 + i, testpki::kT0 - 40 * testpki::kDay,
+                                   c.reason < 0 ? -1 : c.reason + 3 * i});
         }
-        def.indirect = c.extensions;
+        def.indirect = def.onlyUserCerts = c.indirect;
         testpki::Crl made = testpki::MakeCrl(def);
         const HeldCrl h(testpki::Der(made.get()));
         ASSERT_EQ(h.code, c.code);
-        if (c.code == VEXA_OK) {
-            const VexaX509TbsCrl &tbs = h.rec->tbsCertList;
-            EXPECT_EQ(Epoch(tbs.nextUpdate), c.nextUpdate);
-            ASSERT_EQ(tbs.revokedCertificates.count, static_cast<uint32_t>(c.revoked));
-            for (int i = 0; i < c.revoked; i++) {
-                EXPECT_EQ(tbs.revokedCertificates.entries[i].reasonCode, c.reason < 0 ? 0u : 1u);
-            }
-            EXPECT_EQ(tbs.crlExtensions.issuingDistributionPoint.indirectCRL, 0u);
+        if (c.code != VEXA_OK) {
+            continue;
         }
+        EXPECT_EQ(h.consumed, h.der.size());
+        EXPECT_EQ(h.rec->tbsCertListRaw.data, h.der.data() + 4);
+        const VexaX509TbsCrl &tbs = h.rec->tbsCertList;
+        EXPECT_EQ(tbs.version, 1u);
+        ASSERT_EQ(tbs.issuer.count, 3u);
+        const Bytes cn = View(tbs.issuer.rdns[2].attrs[0].value);
+        EXPECT_EQ(std::string(cn.begin(), cn.end()), "Example Root");
+        EXPECT_EQ(Epoch(tbs.thisUpdate), def.thisUpdate);
+        EXPECT_EQ(Epoch(tbs.nextUpdate), c.nextUpdate);
+        ASSERT_EQ(tbs.revokedCertificates.count, static_cast<uint32_t>(c.revoked));
+        for (uint32_t i = 0; i < tbs.revokedCertificates.count; i++) {
+            const VexaX509RevokedEntry &e = tbs.revokedCertificates.entries[i];
+            EXPECT_EQ(View(e.userCertificate), (Bytes{0x80, static_cast<uint8_t>(i)})) << "sign octet dropped";
+            EXPECT_EQ(Epoch(e.revocationDate), testpki::kT0 - 40 * testpki::kDay);
+            EXPECT_EQ(e.reasonCode, c.reason < 0 ? 0u : c.reason + 3 * i);
+        }
+        const VexaX509Idp &idp = tbs.crlExtensions.issuingDistributionPoint;
+        EXPECT_EQ(idp.indirectCRL * 100 + idp.onlyContainsUserCerts * 10 + idp.onlyContainsCACerts, c.idp);
     }
 }
 
@@ -263,7 +234,7 @@ TEST(TimestampRecord, OptionalTstInfoFieldsAreSteppedOver)
         Seq({Int({1}), Tlv(0x80, {0x01, 0xF4})}),                                            /* accuracy */
         Bool(true),                                                                           /* ordering */
         Int({0x01, 0x23, 0x45, 0x67}),                                                        /* nonce */
-        Explicit(0, Tlv(0xA4, Seq({Set({Seq({Oid(OidCommonName()), Text(0x0C, "TSA")})})}))), /* tsa */
+        Explicit(0, Tlv(0xA4, Seq({Set({Seq({Oid({0x55, 0x04, 0x03}), Text(0x0C, "TSA")})})}))), /* tsa */
         Tlv(0xA1, Seq({Extension(OidSubjectKeyId(), Octets({1, 2}))})),                      /* extensions */
     });
     void *record = nullptr;

@@ -29,50 +29,40 @@ protected:
     testpki::Decoded d_;
 };
 
-TEST_F(X509SignatureTest, SignaturesVerifyOnlyUnderTheRightKeyAndDigest)
+/* Roots, CRLs, flipped bits, other keys and SHA-1 signatures are verified or
+ * refused in the scenarios; here what the signature algorithm may name. */
+TEST_F(X509SignatureTest, SignaturesVerifyOnlyUnderTheNamedDigest)
 {
     static const uint8_t kRsaEncryption[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x01};
     const VexaAsnOcts rsaEncryption = {sizeof kRsaEncryption, 0, 0, 6, kRsaEncryption};
-    const VexaAsnOcts *sha384Rsa = VexaOidFindById(AOID_SHA384WITHRSAENCRYPTION);
-    /* alg: null for the one the signed object names */
-    const struct { const char *name; const char *signedFile; const char *signer; const VexaAsnOcts *alg; bool flip;
-                   uint32_t code; uint32_t verdict; } cases[] = {
-        {"self-signed root with a 4096-bit key", "pki/root.der", "pki/root.der", nullptr, false, VEXA_OK, 1},
-        {"CA certificate under the root", "pki/int.der", "pki/root.der", nullptr, false, VEXA_OK, 1},
-        {"CRL under the root", "crl/root.crl", "pki/root.der", nullptr, false, VEXA_OK, 1},
-        {"digest named by its own identifier", "pki/int.der", "pki/root.der", VexaOidFindById(AOID_SHA256), false,
-         VEXA_OK, 1},
-        {"one bit of the signature flipped", "pki/root.der", "pki/root.der", nullptr, true, VEXA_OK, 0},
-        {"the right signature under another key", "pki/int.der", "pki/int.der", nullptr, false, VEXA_OK, 0},
-        {"SHA-384 named where SHA-256 was used", "pki/int.der", "pki/root.der", sha384Rsa, false, VEXA_OK, 0},
-        {"SHA-1 is not supported", "pki/signer_sha1.der", "pki/int.der", nullptr, false, VEXA_ERR_UNSUPPORTED_DIGEST, 99},
-        {"rsaEncryption names no digest", "pki/int.der", "pki/root.der", &rsaEncryption, false,
-         VEXA_ERR_UNSUPPORTED_DIGEST, 99},
+    const VexaX509Cert *cert = d_.Cert(Fixture("pki/int.der"));
+    const VexaRsaPubKey *key = KeyOf(d_.Cert(Fixture("pki/root.der")));
+    /* alg: null for the one the certificate names */
+    const struct { const char *name; const VexaAsnOcts *alg; uint32_t code; uint32_t verdict; } cases[] = {
+        {"CA certificate under the root", nullptr, VEXA_OK, 1},
+        {"digest named by its own identifier", VexaOidFindById(AOID_SHA256), VEXA_OK, 1},
+        {"SHA-384 named where SHA-256 was used", VexaOidFindById(AOID_SHA384WITHRSAENCRYPTION), VEXA_OK, 0},
+        {"rsaEncryption names no digest", &rsaEncryption, VEXA_ERR_UNSUPPORTED_DIGEST, 99},
     };
+    const VexaAsnOcts raw = cert->tbsCertificateRaw;
+    const VexaAsnOcts sig = cert->signatureValue;
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         logtest::Records().clear();
-        const bool isCrl = strncmp(c.signedFile, "crl/", 4) == 0;
-        const VexaX509Crl *crl = isCrl ? d_.Crl(Fixture(c.signedFile)) : nullptr;
-        const VexaX509Cert *cert = isCrl ? nullptr : d_.Cert(Fixture(c.signedFile));
-        const VexaAsnOcts raw = isCrl ? crl->tbsCertListRaw : cert->tbsCertificateRaw;
-        Bytes sig = dertest::View(isCrl ? crl->signatureValue : cert->signatureValue);
-        VexaX509AlgId alg = isCrl ? crl->signatureAlgorithm : cert->signatureAlgorithm;
+        VexaX509AlgId alg = cert->signatureAlgorithm;
         alg.algorithm = c.alg != nullptr ? *c.alg : alg.algorithm;
-        sig[sig.size() / 2] ^= c.flip ? 0x01 : 0x00;
-        const VexaRsaPubKey *key = KeyOf(d_.Cert(Fixture(c.signer)));
         uint32_t verdict = 99;
-        const uint32_t sigLen = static_cast<uint32_t>(sig.size());
-        EXPECT_EQ(VexaX509PubKeyVerify(raw.data, raw.len, sig.data(), sigLen, key, &alg, &verdict), c.code);
+        EXPECT_EQ(VexaX509PubKeyVerify(raw.data, raw.len, sig.data, sig.len, key, &alg, &verdict), c.code);
         EXPECT_EQ(verdict, c.verdict);
         EXPECT_EQ(logtest::HasRecord("VexaX509PubKeyVerify", VEXA_ERR_UNSUPPORTED_DIGEST, ""), c.code != VEXA_OK);
-        EXPECT_EQ(VexaX509PubKeyVerify(raw.data, raw.len, sig.data(), sigLen, key, &alg, nullptr), VEXA_ERR_PARAM);
-        EXPECT_EQ(VexaX509PubKeyVerify(raw.data, raw.len, sig.data(), sigLen, nullptr, &alg, &verdict), VEXA_ERR_PARAM);
+        EXPECT_EQ(VexaX509PubKeyVerify(raw.data, raw.len, sig.data, sig.len, key, &alg, nullptr), VEXA_ERR_PARAM);
+        EXPECT_EQ(VexaX509PubKeyVerify(raw.data, raw.len, sig.data, sig.len, nullptr, &alg, &verdict), VEXA_ERR_PARAM);
     }
 }
 
 /* Key parts longer than 512 bytes (a 4104-bit modulus) do not fit the
- * fixed key buffers of the crypto services; 512 bytes still do. */
+ * fixed key buffers of the crypto services; the 4096-bit root's 512 bytes
+ * verify in the table above and through the scenarios. */
 TEST_F(X509SignatureTest, KeyPartsOverFourKilobitsAreRefused)
 {
     const VexaX509Cert *root = d_.Cert(Fixture("pki/root.der"));
@@ -95,13 +85,8 @@ TEST_F(X509SignatureTest, KeyPartsOverFourKilobitsAreRefused)
         EXPECT_EQ(verdict, 99u);
         EXPECT_TRUE(logtest::HasRecord("InternalGetBigIntFromOcts", VEXA_ERR_GENERIC, "Unsupported key length 4104"));
     }
-    VexaBigInt exponent = {};
-    VexaBigInt modulus = {};
-    ASSERT_EQ(VexaX509ExtractPublicKey(root, &exponent, &modulus), VEXA_OK);
-    EXPECT_EQ(Bytes(modulus.bytes, modulus.bytes + modulus.len), dertest::View(KeyOf(root)->modulus));
-    EXPECT_EQ(modulus.len, 512u);
-    EXPECT_EQ(Bytes(exponent.bytes, exponent.bytes + exponent.len), dertest::View(KeyOf(root)->publicExponent));
-    EXPECT_EQ(VexaX509ExtractPublicKey(nullptr, &exponent, &modulus), VEXA_ERR_PARAM);
+    VexaBigInt part = {};
+    EXPECT_EQ(VexaX509ExtractPublicKey(nullptr, &part, &part), VEXA_ERR_PARAM);
 }
 
 /* The string holds 255 characters: an attribute that does not fit is left
@@ -164,12 +149,6 @@ TEST_F(X509SignatureTest, AttributesAreCutToWhatFitsWithTheNul)
     EXPECT_STREQ(small, "C=X");
     EXPECT_EQ(VexaX509FormatAttr(country, small, sizeof small, nullptr), VEXA_ERR_PARAM);
     EXPECT_EQ(VexaX509FormatAttr(nullptr, small, sizeof small, &marker), VEXA_ERR_PARAM);
-    /* size, used, wanted, got */
-    const uint32_t cases[][4] = {{128, 3, 124, 124}, {128, 3, 125, 124}, {128, 3, 200, 124},
-                                 {128, 0, 0, 0},     {5, 2, 3, 2},       {5, 5, 1, 0}};
-    for (const auto &c : cases) {
-        EXPECT_EQ(InternalGetMaxAttrLen(c[0], c[1], c[2]), c[3]) << c[0] << " " << c[1] << " " << c[2];
-    }
 }
 
 } // namespace
