@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: Apache-2.0
-"""Derives the fuzz targets' seed corpora from the forge fixtures.
+"""Derives the seed corpora of the two-part fuzz targets from the forge
+fixtures (the other targets start from the fixture directories themselves).
 
-make_seeds.py TESTDATA OUTDIR writes OUTDIR/<target>/<name> for every target.
-Two-part inputs (crl_compare, verify_image) are a 2-byte little-endian
-length of the first part, the first part, then the second part.
+make_seeds.py TESTDATA OUTDIR writes OUTDIR/<target>/<name> for crl_compare
+and verify_image: a 2-byte little-endian length of the first part, the first
+part, then the second part.
 """
-import base64
 import pathlib
 import shutil
 import struct
@@ -43,30 +43,8 @@ def main():
         (d / name).write_bytes(data)
         seeds[target] = seeds.get(target, 0) + 1
 
-    certs = sorted((src / "pki").glob("*.der"))
-    crls = sorted((src / "crl").iterdir())
     crlfiles = sorted((src / "crlfiles").iterdir())
-    sigs = sorted((src / "sig").iterdir())
     images = sorted((src / "images").glob("*.img"))
-
-    # PEM forms of certificates and CRLs come with the CRL files (good.pem)
-    for f in certs:
-        put("cert", f.name, f.read_bytes())
-        put("add_input", f.name, f.read_bytes())
-        put("base64", f.stem + ".b64", base64.encodebytes(f.read_bytes()))
-    for f in crls:
-        put("crl", f.name, f.read_bytes())
-        put("add_input", "crl_" + f.name + ".der", f.read_bytes())
-    for f in crlfiles:
-        put("add_input", "file_" + f.name, f.read_bytes())
-    for f in sigs:
-        data = f.read_bytes()
-        if f.suffix == ".pem":
-            put("base64", f.name, data)
-            put("add_input", "sig_" + f.name, data)
-        else:
-            put("content_info", f.name, data)
-    put("base64", "crlfile_good.pem", (src / "crlfiles" / "good.pem").read_bytes())
 
     good = (src / "crlfiles" / "good.der").read_bytes()
     for a in crlfiles:

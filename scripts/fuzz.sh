@@ -27,11 +27,23 @@ mkdir -p "$work/upgradetool-log"
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:allocator_may_return_null=1:quarantine_size_mb=16:max_malloc_fill_size=0}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
 
+# Seeds: the fixture directories of what a target decodes, and for the
+# two-part targets the inputs make_seeds.py derives.
+seed_dirs() {
+  local d
+  case $1 in
+    cert) d="pki" ;; crl) d="crl" ;; content_info) d="sig" ;; add_input) d="pki crl crlfiles sig" ;;
+    base64) d="sig crlfiles" ;; *) echo "$bin/seeds/$1"; return ;;
+  esac
+  for d in $d; do echo "$top/tests/testdata/$d"; done
+}
+
 run_one() { # target: grows $bin/corpus/<target> from the seeds; findings land in $bin/artifacts/<target>
   local t=$1
   mkdir -p "$bin/corpus/$t" "$bin/artifacts/$t"
+  # shellcheck disable=SC2046 # one directory per word
   (cd "$work" && "$bin/fuzz_$t" -max_total_time="$seconds" ${FUZZ_RUNS:+-runs="$FUZZ_RUNS"} -timeout=25 -rss_limit_mb=2048 -print_final_stats=1 \
-    -artifact_prefix="$bin/artifacts/$t/" "$bin/corpus/$t" "$bin/seeds/$t") >"$bin/$t.log" 2>&1
+    -artifact_prefix="$bin/artifacts/$t/" "$bin/corpus/$t" $(seed_dirs "$t")) >"$bin/$t.log" 2>&1
 }
 
 pids=() names=()
