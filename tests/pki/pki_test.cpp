@@ -110,8 +110,7 @@ TEST_F(Store, CrlSignerNeedsCrlSignAndTheFirstAddedWins)
     CrlSpec cs;
     cs.issuer = b.get();
     cs.issuerKey = SharedKey(2048);
-    Crl crl = MakeCrl(cs);
-    EXPECT_EQ(VexaPkiFindCrlSigner(ctx_, Add(crl.get())), sb);
+    EXPECT_EQ(VexaPkiFindCrlSigner(ctx_, Add(MakeCrl(cs).get())), sb);
 }
 
 TEST_F(Store, SignerLookupByIssuerAndSerial)
@@ -229,8 +228,7 @@ protected:
         s.notAfter = notAfter;
         s.issuer = ca_.get();
         s.issuerKey = SharedKey(2048, 1);
-        Cert leaf = MakeCert(s);
-        return Add(leaf.get());
+        return Add(MakeCert(s).get());
     }
 
     VexaX509Crl *CrlOf(X509 *issuer, std::vector<RevokedSpec> revoked, int64_t nextUpdate, bool indirect = false)
@@ -241,8 +239,7 @@ protected:
         cs.revoked = std::move(revoked);
         cs.nextUpdate = nextUpdate;
         cs.indirect = indirect;
-        Crl crl = MakeCrl(cs);
-        return Add(crl.get());
+        return Add(MakeCrl(cs).get());
     }
 
     uint32_t Verify(VexaX509Cert *cert, uint32_t crlMode, uint32_t expectedVerdict)
@@ -302,7 +299,8 @@ TEST_F(Revocation, ScoresRankTheCandidateCrls)
  * or for key compromise. */
 TEST_F(Revocation, RevocationDateAndReasonRules)
 {
-    const struct { const char *name; bool ca; uint32_t crlMode; int64_t revokedAt; int reason; uint32_t expect; } cases[] = {
+    const struct { const char *name; bool ca; uint32_t crlMode; int64_t revokedAt; int reason; uint32_t expect; }
+    cases[] = {
         {"end entity, revoked later, mode 0: still valid at verifyTime", false, 0, kT0 + kDay, -1, VEXA_OK},
         {"end entity, revoked exactly at verifyTime", false, 0, kT0, -1, VEXA_ERR_REVOKED},
         {"end entity, revoked later, mode 1, superseded", false, 1, kT0 + kDay, CRL_REASON_SUPERSEDED, VEXA_OK},

@@ -6,6 +6,7 @@
 
 #include "asn1/log_capture.h"
 #include "pki/pki.h"
+#include "support/pki_builder.h"
 #include "support/verify_env.h"
 #include "verify/input_decode.h"
 #include "vexa/vexa_result.h"
@@ -54,11 +55,7 @@ TEST_F(ContextTest, EveryOperationChecksItsParameters)
     VexaVerifyCtxParams params = {};
     params.size = 72;
     VexaVerifyCtx *made = nullptr;
-    const struct {
-        const char *call;
-        uint32_t got;
-        uint32_t want;
-    } cases[] = {
+    const struct { const char *call; uint32_t got; uint32_t want; } cases[] = {
         ROW(Create(71), kSize), ROW(Create(73), kSize), ROW(Create(384), kSize), ROW(Create(72), VEXA_OK),
         ROW(VexaVerifyCreateCtx(nullptr, &params), kParam), ROW(VexaVerifyCreateCtx(&made, nullptr), kParam),
         ROW(VexaVerifyDestroyCtx(nullptr), kParam),
@@ -97,7 +94,6 @@ TEST_F(ContextTest, EveryOperationChecksItsParameters)
     EXPECT_EQ(v, 99u);
     EXPECT_EQ(ctx->verifyHandles.count, 0u);
     EXPECT_EQ(VexaCrlInfoListFree(ctx, list), VEXA_OK);
-    EXPECT_STREQ(VexaGetVersion(), "2.0.650");
 }
 
 /* What each add operation accepts and what lands in the store. */
@@ -153,42 +149,36 @@ TEST_F(ContextTest, AddOperationsStoreOnlyWhatTheyMayTake)
     }
 }
 
-/* Records the store already holds are accepted again and not added twice;
- * CRL summaries of them still find their signers. */
-TEST_F(ContextTest, AddingTheSameRecordsTwiceKeepsOneCopy)
+/* Records the store already holds are accepted again and not added twice,
+ * and CRL summaries of them still find their signers. Trusted input, PEM
+ * blocks and signatures share the context's 16 buffer slots: a PEM block
+ * that finds no slot is dropped silently, DER input and signatures fail,
+ * and the checks already pending still verify. */
+TEST_F(ContextTest, RecordsAreKeptOnceAndSixteenBufferSlotsAreShared)
 {
     Ctx ctx = NewCtx("crlfiles/good.der");
     const uint32_t certs = ctx->store->certs.count;
     const uint32_t crls = ctx->store->crls.count;
-    EXPECT_GE(crls, 1u);
     const Bytes root = Fixture("pki/root.der");
     const Bytes crlFile = Fixture("crlfiles/good.der");
     ASSERT_EQ(VexaVerifyAddCert(ctx.get(), root.data(), Len(root)), VEXA_OK);
     ASSERT_EQ(VexaVerifyAddCrl(ctx.get(), crlFile.data(), Len(crlFile)), VEXA_OK);
     EXPECT_EQ(ctx->store->certs.count, certs);
     EXPECT_EQ(ctx->store->crls.count, crls);
-    /* each DER input is kept, whether or not its records were new */
-    EXPECT_EQ(ctx->decodedBuffers.count, 4u);
+    EXPECT_EQ(ctx->decodedBuffers.count, 4u) << "each DER input is kept, whether or not its records were new";
     VexaCrlInfoList *list = nullptr;
     ASSERT_EQ(VexaDecodeCrl(ctx.get(), crlFile.data(), Len(crlFile), &list), VEXA_OK);
     ASSERT_EQ(list->count, 2u);
     EXPECT_EQ(list->infos[0]->verified + list->infos[1]->verified, 2u);
     EXPECT_EQ(ctx->store->crls.count, crls);
     EXPECT_EQ(VexaCrlInfoListFree(ctx.get(), list), VEXA_OK);
-}
 
-/* Trusted input, PEM blocks and signatures share the context's 16 buffer
- * slots: a PEM block that finds no slot is dropped silently, DER input and
- * signatures fail, and the checks already pending still verify. */
-TEST_F(ContextTest, SixteenBufferSlotsAreSharedByAllInput)
-{
-    Ctx ctx = NewCtx("crlfiles/good.der");
     const Bytes sig = Fixture("sig/no_signed_attrs.der");
     while (ctx->decodedBuffers.count < 15) {
         ASSERT_EQ(VexaVerifyDetachSignatureBegin(ctx.get(), sig.data(), Len(sig)), VEXA_OK);
     }
     const uint32_t pending = ctx->verifyHandles.count;
-    const uint32_t certs = ctx->store->certs.count;
+    const uint32_t held = ctx->store->certs.count;
     const std::string pem = ReadFile(Data("crlfiles/good.pem")); /* two CRLs, then a certificate */
     VexaList certList = {};
     VexaList crlList = {};
@@ -199,14 +189,11 @@ TEST_F(ContextTest, SixteenBufferSlotsAreSharedByAllInput)
     EXPECT_EQ(certList.count, 0u);
     VexaListFreeAll(&crlList, [](void *c) { VexaX509FreeCrl(static_cast<VexaX509Crl *>(c)); });
     EXPECT_EQ(ctx->decodedBuffers.count, 16u);
-
-    const Bytes root = Fixture("pki/root.der");
-    const Bytes crlFile = Fixture("crlfiles/good.der");
     EXPECT_EQ(VexaVerifyAddCert(ctx.get(), root.data(), Len(root)), VEXA_ERR_LIST_FULL);
     EXPECT_EQ(VexaVerifyAddCrl(ctx.get(), crlFile.data(), Len(crlFile)), VEXA_ERR_CRL_DECODE);
     EXPECT_EQ(VexaVerifyDetachSignatureBegin(ctx.get(), sig.data(), Len(sig)), VEXA_ERR_CMS_FORMAT);
     EXPECT_EQ(ctx->decodedBuffers.count, 16u);
-    EXPECT_EQ(ctx->store->certs.count, certs);
+    EXPECT_EQ(ctx->store->certs.count, held);
     EXPECT_EQ(ctx->verifyHandles.count, pending);
     const Bytes content = Fixture("content/content.bin");
     ASSERT_EQ(VexaVerifyDetachSignatureUpdate(ctx.get(), content.data(), Len(content)), VEXA_OK);
@@ -216,28 +203,26 @@ TEST_F(ContextTest, SixteenBufferSlotsAreSharedByAllInput)
 }
 
 /* The store takes 16 CRLs; the next one is refused with the list's code,
- * the CRLs already added stay, and ones it holds are still accepted. */
+ * the CRLs already added stay, and ones it holds are still accepted. The
+ * first 16 come in one input: each input takes a buffer slot. */
 TEST_F(ContextTest, SeventeenthCrlInTheStoreIsRefused)
 {
-    const char *names[] = {
-        "int", "int_bad_signature", "int_expired", "int_newer", "int_older", "int_revokes_signer",
-        "int_revokes_signer_later", "intb", "root", "root_20_entries", "root_indirect",
-        "root_int_keycompromise_later", "root_int_superseded_later", "root_newer", "root_newer_revokes_int",
-        "root_revokes_int", "root_revokes_tsa_later",
-    };
     Ctx ctx = NewCtx();
-    Bytes sixteen;
-    for (int i = 0; i < 16; i++) {
-        const Bytes crl = Fixture(std::string("crl/") + names[i] + ".crl");
-        sixteen.insert(sixteen.end(), crl.begin(), crl.end());
+    const testpki::Cert root = testpki::MakeCert({});
+    Bytes crls[2];
+    for (int i = 0; i < 17; i++) {
+        testpki::CrlSpec def;
+        def.issuer = root.get();
+        def.issuerKey = testpki::SharedKey(2048);
+        def.thisUpdate -= i;
+        const Bytes der = testpki::Der(testpki::MakeCrl(def).get());
+        crls[i / 16].insert(crls[i / 16].end(), der.begin(), der.end());
     }
-    ASSERT_EQ(VexaVerifyAddCrl(ctx.get(), sixteen.data(), Len(sixteen)), VEXA_OK);
+    ASSERT_EQ(VexaVerifyAddCrl(ctx.get(), crls[0].data(), Len(crls[0])), VEXA_OK);
     EXPECT_EQ(ctx->store->crls.count, 16u);
-    const Bytes last = Fixture(std::string("crl/") + names[16] + ".crl");
-    EXPECT_EQ(VexaVerifyAddCrl(ctx.get(), last.data(), Len(last)), VEXA_ERR_LIST_FULL);
+    EXPECT_EQ(VexaVerifyAddCrl(ctx.get(), crls[1].data(), Len(crls[1])), VEXA_ERR_LIST_FULL);
     EXPECT_EQ(ctx->store->crls.count, 16u);
-    const Bytes again = Fixture("crl/root.crl");
-    EXPECT_EQ(VexaVerifyAddCrl(ctx.get(), again.data(), Len(again)), VEXA_OK);
+    EXPECT_EQ(VexaVerifyAddCrl(ctx.get(), crls[0].data(), Len(crls[0])), VEXA_OK);
 }
 
 /* The file forms read whole files of at most 2,000,000 bytes and hand them
@@ -256,10 +241,7 @@ TEST_F(ContextTest, FileFormsReadWholeFilesUpToTheLimit)
         VexaCrlInfoList *out = nullptr;
         const uint32_t ret = VexaDecodeCrlFile(ctx.get(), path, &out);
         EXPECT_EQ(out != nullptr, ret == VEXA_OK) << path;
-        if (out != nullptr) {
-            EXPECT_EQ(out->count, 2u);
-            VexaCrlInfoListFree(ctx.get(), out);
-        }
+        (void)VexaCrlInfoListFree(ctx.get(), out);
         return ret;
     };
     const struct {

@@ -75,13 +75,7 @@ TEST_F(CrlCompareTest, InputsThatDoNotDecode)
 TEST_F(CrlCompareTest, ComparisonFaults)
 {
     const char *good = "crlfiles/good.der";
-    const struct {
-        const char *name;
-        const char *a;
-        const char *b;
-        uint32_t code;
-        uint32_t result;
-    } cases[] = {
+    const struct { const char *name; const char *a; const char *b; uint32_t code; uint32_t result; } cases[] = {
         {"same dates, B has one more issuer", good, "crlfiles/cmp_more_issuers.der", VEXA_OK, 2},
         {"an unverified summary", "crlfiles/cmp_unverified.der", "crlfiles/cmp_unverified.der",
          VEXA_ERR_CRL_UNVERIFIED, 3},

@@ -38,12 +38,7 @@ TEST_F(DetachedVerifyTest, VerdictDoesNotDependOnHowContentIsFed)
     const Bytes content = Fixture("content/content.bin");
     ASSERT_GT(content.size(), 64u);
     const Bytes truncated(content.begin(), content.end() - 1);
-    const struct {
-        const char *name;
-        Bytes sig;
-        const Bytes *content;
-        uint32_t verdict;
-    } cases[] = {
+    const struct { const char *name; Bytes sig; const Bytes *content; uint32_t verdict; } cases[] = {
         {"signed attributes", Fixture("sig/valid.der"), &content, 1},
         {"no signed attributes", Fixture("sig/no_signed_attrs.der"), &content, 1},
         {"PEM under BEGIN CMS, CR LF line ends", WithCrLf(Fixture("sig/valid_cms.pem")), &content, 1},
@@ -203,12 +198,7 @@ TEST_F(DetachedVerifyTest, StoreOutlivesTheCallersSignatureBytes)
 TEST_F(DetachedVerifyTest, UndecodableTokenIsRefused)
 {
     const Bytes sig = Fixture("sig/valid.der");
-    const struct {
-        const char *name;
-        size_t at;
-        uint8_t was;
-        uint8_t tag;
-    } cases[] = {
+    const struct { const char *name; size_t at; uint8_t was; uint8_t tag; } cases[] = {
         {"SignedData not a SEQUENCE", 2884, 0x30, 0x31},
         {"version not an INTEGER", 2888, 0x02, 0x04},
         {"encapContentInfo not a SEQUENCE", 2906, 0x30, 0x31},

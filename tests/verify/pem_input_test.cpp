@@ -55,11 +55,7 @@ TEST_F(PemInputTest, PemBlocksBecomeRecordsOthersAreSkipped)
     const Bytes crl = Fixture("crl/root.crl");
     std::string damaged = Armour("CERTIFICATE", intCert);
     damaged.replace(damaged.find('\n') + 10, 1, " "); /* a blank inside a Base64 line */
-    const struct {
-        const char *name;
-        std::string text;
-        Decoded want;
-    } cases[] = {
+    const struct { const char *name; std::string text; Decoded want; } cases[] = {
         {"certificate, other label, CRL",
          Armour("CERTIFICATE", root) + Armour("PRIVATE KEY", intCert) + Armour("X509 CRL", crl), {VEXA_OK, 1, 1}},
         {"a label that only begins like CERTIFICATE is not one",
