@@ -4,6 +4,7 @@
  * forms, and the bounded lists of kept buffers and stored CRLs. */
 #include <gtest/gtest.h>
 
+#include "asn1/der_builder.h"
 #include "asn1/log_capture.h"
 #include "pki/pki.h"
 #include "support/pki_builder.h"
@@ -14,6 +15,7 @@
 namespace {
 
 using namespace testenv;
+using dertest::Cat;
 
 static_assert(sizeof(VexaVerifyCtxParams) == 72, "the creation record is 72 bytes");
 
@@ -103,10 +105,6 @@ TEST_F(ContextTest, AddOperationsStoreOnlyWhatTheyMayTake)
     const Bytes intCert = Fixture("pki/int.der");
     const Bytes rootCrl = Fixture("crl/root.crl");
     const Bytes intCrl = Fixture("crl/int.crl");
-    auto cat = [](Bytes a, const Bytes &b) {
-        a.insert(a.end(), b.begin(), b.end());
-        return a;
-    };
     const std::string shortPem = "-----BEGIN CERTIFICATE-----\nQUJD\n----";
     const struct {
         const char *name;
@@ -118,14 +116,14 @@ TEST_F(ContextTest, AddOperationsStoreOnlyWhatTheyMayTake)
         const char *message; /* a diagnostic that must be present, or null */
     } cases[] = {
         {"a root through AddCert is trusted", false, root, VEXA_OK, 1, 0, nullptr},
-        {"CRLs through AddCert are decoded and dropped", false, cat(intCert, rootCrl), VEXA_OK, 1, 0, nullptr},
+        {"CRLs through AddCert are decoded and dropped", false, Cat({intCert, rootCrl}), VEXA_OK, 1, 0, nullptr},
         {"CRL-only input to AddCert holds no certificate", false, rootCrl, VEXA_ERR_GENERIC, 0, 0, nullptr},
         {"certificate-only input to AddCrl is no CRL input", true, intCert, VEXA_ERR_CRL_DECODE, 0, 0, nullptr},
-        {"CRL-only input to AddCrl is accepted with a warning", true, cat(rootCrl, intCrl), VEXA_OK, 0, 2,
+        {"CRL-only input to AddCrl is accepted with a warning", true, Cat({rootCrl, intCrl}), VEXA_OK, 0, 2,
          "Failed to add certificate into store."},
-        {"a root inside CRL input is refused, the CRL kept", true, cat(root, rootCrl), VEXA_OK, 0, 1,
+        {"a root inside CRL input is refused, the CRL kept", true, Cat({root, rootCrl}), VEXA_OK, 0, 1,
          "There is a root certificate, which is not allowed when add crl or cms."},
-        {"a CA certificate inside CRL input is kept", true, cat(intCert, intCrl), VEXA_OK, 1, 1, nullptr},
+        {"a CA certificate inside CRL input is kept", true, Cat({intCert, intCrl}), VEXA_OK, 1, 1, nullptr},
         {"37 bytes are too short for AddCert", false, Bytes(root.begin(), root.begin() + 37), VEXA_ERR_INPUT_FORMAT,
          0, 0, nullptr},
         {"37 bytes of PEM are too short too", false, Bytes(shortPem.begin(), shortPem.end()), VEXA_ERR_INPUT_FORMAT,

@@ -19,16 +19,14 @@ using namespace testenv;
 
 class DetachedVerifyTest : public VerifyTest {};
 
-Bytes WithCrLf(const Bytes &text)
+/* A PEM fixture with CR LF line ends. */
+Bytes WithCrLf(const char *rel)
 {
-    Bytes out;
-    for (uint8_t b : text) {
-        if (b == '\n') {
-            out.push_back('\r');
-        }
-        out.push_back(b);
+    std::string text = ReadFile(Data(rel));
+    for (size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n', at + 2)) {
+        text.insert(at, 1, '\r');
     }
-    return out;
+    return Bytes(text.begin(), text.end());
 }
 
 /* The verdict must not depend on how the content is cut, for signers with
@@ -41,8 +39,8 @@ TEST_F(DetachedVerifyTest, VerdictDoesNotDependOnHowContentIsFed)
     const struct { const char *name; Bytes sig; const Bytes *content; uint32_t verdict; } cases[] = {
         {"signed attributes", Fixture("sig/valid.der"), &content, 1},
         {"no signed attributes", Fixture("sig/no_signed_attrs.der"), &content, 1},
-        {"PEM under BEGIN CMS, CR LF line ends", WithCrLf(Fixture("sig/valid_cms.pem")), &content, 1},
-        {"PEM under BEGIN PKCS7, CR LF line ends", WithCrLf(Fixture("sig/valid_pkcs7.pem")), &content, 1},
+        {"PEM under BEGIN CMS, CR LF line ends", WithCrLf("sig/valid_cms.pem"), &content, 1},
+        {"PEM under BEGIN PKCS7, CR LF line ends", WithCrLf("sig/valid_pkcs7.pem"), &content, 1},
         {"last byte missing", Fixture("sig/valid.der"), &truncated, 0},
         {"last byte missing, no signed attributes", Fixture("sig/no_signed_attrs.der"), &truncated, 0},
     };
