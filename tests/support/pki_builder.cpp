@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/pki_builder.h"
 
-#include <openssl/bio.h>
-#include <openssl/pem.h>
 #include <openssl/rsa.h>
 #include <openssl/x509v3.h>
 
@@ -46,11 +44,13 @@ X509_NAME *ParseName(const std::string &text)
     return name;
 }
 
-/* UTCTime up to 2049, GeneralizedTime from 2050 or when forced. */
-ASN1_TIME *Time(int64_t t, bool generalized)
+/* Sets a time through libcrypto's setter: UTCTime up to 2049, GeneralizedTime after. */
+template <class T, class F>
+void SetTime(T *obj, F set, int64_t t)
 {
-    return generalized ? ASN1_GENERALIZEDTIME_set(nullptr, static_cast<time_t>(t))
-                       : ASN1_TIME_set(nullptr, static_cast<time_t>(t));
+    ASN1_TIME *time = ASN1_TIME_set(nullptr, static_cast<time_t>(t));
+    set(obj, time);
+    ASN1_TIME_free(time);
 }
 
 template <class T, class F>
@@ -63,16 +63,17 @@ Bytes ToDer(T *obj, F i2d)
     return out;
 }
 
-template <class T, class F>
-std::string ToPem(T *obj, F write)
+/* Decodes a copy of `bytes` that `der` keeps alive and remembers the record in `recs`. */
+template <class T>
+T *Decode(std::deque<Bytes> &der, std::vector<T *> &recs, const Bytes &bytes,
+          uint32_t (*decode)(const uint8_t *, uint32_t, T **, uint32_t *))
 {
-    BIO *bio = BIO_new(BIO_s_mem());
-    write(bio, obj);
-    char *data = nullptr;
-    const long n = BIO_get_mem_data(bio, &data);
-    std::string out(data, static_cast<size_t>(n));
-    BIO_free(bio);
-    return out;
+    der.push_back(bytes);
+    T *rec = nullptr;
+    uint32_t used = 0;
+    EXPECT_EQ(decode(der.back().data(), static_cast<uint32_t>(der.back().size()), &rec, &used), 0u);
+    recs.push_back(rec);
+    return rec;
 }
 
 } // namespace
@@ -86,11 +87,8 @@ Cert MakeCert(const CertSpec &def)
     X509_set_subject_name(cert, subject);
     X509_set_issuer_name(cert, def.issuer ? X509_get_subject_name(def.issuer) : subject);
     X509_NAME_free(subject);
-    for (const bool notAfter : {false, true}) {
-        ASN1_TIME *t = Time(notAfter ? def.notAfter : def.notBefore, def.generalizedTime);
-        (notAfter ? X509_set1_notAfter : X509_set1_notBefore)(cert, t);
-        ASN1_TIME_free(t);
-    }
+    SetTime(cert, X509_set1_notBefore, def.notBefore);
+    SetTime(cert, X509_set1_notAfter, def.notAfter);
     EVP_PKEY *key = def.key ? def.key : SharedKey(2048);
     X509_set_pubkey(cert, key);
     /* every extension as libcrypto's config text, the named ones first */
@@ -98,24 +96,8 @@ Cert MakeCert(const CertSpec &def)
     if (def.ca >= 0) {
         extensions.push_back({"basicConstraints", def.ca ? "critical,CA:TRUE" : "critical,CA:FALSE"});
     }
-    if (def.keyUsage > 0) {
-        static const std::pair<int, const char *> kBits[] = {
-            {KU_DIGITAL_SIGNATURE, "digitalSignature"}, {KU_NON_REPUDIATION, "nonRepudiation"},
-            {KU_KEY_ENCIPHERMENT, "keyEncipherment"},   {KU_DATA_ENCIPHERMENT, "dataEncipherment"},
-            {KU_KEY_AGREEMENT, "keyAgreement"},         {KU_KEY_CERT_SIGN, "keyCertSign"},
-            {KU_CRL_SIGN, "cRLSign"}};
-        std::string value = "critical";
-        for (const auto &b : kBits) {
-            value += (def.keyUsage & b.first) != 0 ? std::string(",") + b.second : "";
-        }
-        extensions.push_back({"keyUsage", value});
-    }
-    if (!def.extKeyUsage.empty()) {
-        std::string value;
-        for (int nid : def.extKeyUsage) {
-            value += (value.empty() ? "" : ",") + std::string(OBJ_nid2sn(nid));
-        }
-        extensions.push_back({"extendedKeyUsage", value});
+    if (!def.keyUsage.empty()) {
+        extensions.push_back({"keyUsage", "critical," + def.keyUsage});
     }
     extensions.insert(extensions.end(), def.extensions.begin(), def.extensions.end());
     for (const auto &e : extensions) {
@@ -126,7 +108,7 @@ Cert MakeCert(const CertSpec &def)
         X509_add_ext(cert, ext, -1);
         X509_EXTENSION_free(ext);
     }
-    X509_sign(cert, def.issuerKey ? def.issuerKey : key, def.md ? def.md : EVP_sha256());
+    X509_sign(cert, def.issuerKey ? def.issuerKey : key, EVP_sha256());
     return Cert(cert);
 }
 
@@ -135,12 +117,9 @@ Crl MakeCrl(const CrlSpec &def)
     X509_CRL *crl = X509_CRL_new();
     X509_CRL_set_version(crl, 1);
     X509_CRL_set_issuer_name(crl, X509_get_subject_name(def.issuer));
-    for (const bool next : {false, true}) {
-        if (!next || def.nextUpdate != 0) {
-            ASN1_TIME *t = Time(next ? def.nextUpdate : def.thisUpdate, false);
-            (next ? X509_CRL_set1_nextUpdate : X509_CRL_set1_lastUpdate)(crl, t);
-            ASN1_TIME_free(t);
-        }
+    SetTime(crl, X509_CRL_set1_lastUpdate, def.thisUpdate);
+    if (def.nextUpdate != 0) {
+        SetTime(crl, X509_CRL_set1_nextUpdate, def.nextUpdate);
     }
     for (const auto &r : def.revoked) {
         X509_REVOKED *rev = X509_REVOKED_new();
@@ -148,9 +127,7 @@ Crl MakeCrl(const CrlSpec &def)
         ASN1_INTEGER_set(serial, r.serial);
         X509_REVOKED_set_serialNumber(rev, serial);
         ASN1_INTEGER_free(serial);
-        ASN1_TIME *t = Time(r.date, false);
-        X509_REVOKED_set_revocationDate(rev, t);
-        ASN1_TIME_free(t);
+        SetTime(rev, X509_REVOKED_set_revocationDate, r.date);
         if (r.reason >= 0) {
             ASN1_ENUMERATED *reason = ASN1_ENUMERATED_new();
             ASN1_ENUMERATED_set(reason, r.reason);
@@ -167,7 +144,7 @@ Crl MakeCrl(const CrlSpec &def)
         ISSUING_DIST_POINT_free(idp);
     }
     X509_CRL_sort(crl);
-    X509_CRL_sign(crl, def.issuerKey, def.md ? def.md : EVP_sha256());
+    X509_CRL_sign(crl, def.issuerKey, EVP_sha256());
     return Crl(crl);
 }
 
@@ -181,34 +158,14 @@ Bytes Der(X509_CRL *crl)
     return ToDer(crl, i2d_X509_CRL);
 }
 
-std::string Pem(X509 *cert)
-{
-    return ToPem(cert, PEM_write_bio_X509);
-}
-
-std::string Pem(X509_CRL *crl)
-{
-    return ToPem(crl, PEM_write_bio_X509_CRL);
-}
-
 VexaX509Cert *Decoded::Cert(const Bytes &bytes)
 {
-    der.push_back(bytes);
-    VexaX509Cert *c = nullptr;
-    uint32_t used = 0;
-    EXPECT_EQ(VexaX509DecodeCert(der.back().data(), static_cast<uint32_t>(der.back().size()), &c, &used), 0u);
-    certs.push_back(c);
-    return c;
+    return Decode(der, certs, bytes, VexaX509DecodeCert);
 }
 
 VexaX509Crl *Decoded::Crl(const Bytes &bytes)
 {
-    der.push_back(bytes);
-    VexaX509Crl *c = nullptr;
-    uint32_t used = 0;
-    EXPECT_EQ(VexaX509DecodeCrl(der.back().data(), static_cast<uint32_t>(der.back().size()), &c, &used), 0u);
-    crls.push_back(c);
-    return c;
+    return Decode(der, crls, bytes, VexaX509DecodeCrl);
 }
 
 void Decoded::Clear()

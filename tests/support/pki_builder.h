@@ -23,6 +23,7 @@
 namespace testpki {
 
 using testenv::Bytes;
+using testenv::Fixture;
 
 template <class T, void (*Free)(T *)>
 struct Freer {
@@ -43,13 +44,10 @@ struct CertSpec {
     std::string subject = "CN=Test";     /* "C=XX,O=Org,CN=Name" */
     long serial = 1;
     int64_t notBefore = kT0 - 365 * kDay;
-    int64_t notAfter = kT0 + 365 * kDay; /* from 2050 on GeneralizedTime anyway */
-    bool generalizedTime = false;        /* force GeneralizedTime for both dates */
+    int64_t notAfter = kT0 + 365 * kDay; /* from 2050 on GeneralizedTime */
     int ca = -1;                         /* -1: no basicConstraints, 0/1: cA */
-    int keyUsage = -1;                   /* KU_* bit mask of OpenSSL, -1: none */
-    std::vector<int> extKeyUsage;        /* NIDs in order */
-    const EVP_MD *md = nullptr;          /* default SHA-256 */
-    EVP_PKEY *key = nullptr;             /* subject key */
+    std::string keyUsage;                /* "keyCertSign,cRLSign", made critical; empty: none */
+    EVP_PKEY *key = nullptr;             /* subject key, default SharedKey(2048) */
     X509 *issuer = nullptr;              /* null: self-signed */
     EVP_PKEY *issuerKey = nullptr;
     long version = 2;                    /* 0: version 1, which has no version field */
@@ -73,7 +71,6 @@ struct CrlSpec {
     int64_t nextUpdate = kT0 + 30 * kDay; /* 0: none */
     std::vector<RevokedSpec> revoked;
     bool indirect = false;
-    const EVP_MD *md = nullptr;
     bool onlyUserCerts = false; /* with indirect: the IDP's onlyContainsUserCerts */
 };
 
@@ -81,10 +78,6 @@ Crl MakeCrl(const CrlSpec &def);
 
 Bytes Der(X509 *cert);
 Bytes Der(X509_CRL *crl);
-std::string Pem(X509 *cert);
-std::string Pem(X509_CRL *crl);
-
-using testenv::Fixture;
 
 /* Decoded records whose DER this keeps alive; all freed with it. A decode
  * that fails is a test failure and gives null. */

@@ -4,8 +4,10 @@
  * forms, and the bounded lists of kept buffers and stored CRLs. */
 #include <gtest/gtest.h>
 
+#include "asn1/der_builder.h"
 #include "asn1/log_capture.h"
 #include "pki/pki.h"
+#include "support/pki_builder.h"
 #include "support/verify_env.h"
 #include "verify/input_decode.h"
 #include "vexa/vexa_result.h"
@@ -13,6 +15,7 @@
 namespace {
 
 using namespace testenv;
+using dertest::Cat;
 
 static_assert(sizeof(VexaVerifyCtxParams) == 72, "the creation record is 72 bytes");
 
@@ -54,11 +57,7 @@ TEST_F(ContextTest, EveryOperationChecksItsParameters)
     VexaVerifyCtxParams params = {};
     params.size = 72;
     VexaVerifyCtx *made = nullptr;
-    const struct {
-        const char *call;
-        uint32_t got;
-        uint32_t want;
-    } cases[] = {
+    const struct { const char *call; uint32_t got; uint32_t want; } cases[] = {
         ROW(Create(71), kSize), ROW(Create(73), kSize), ROW(Create(384), kSize), ROW(Create(72), VEXA_OK),
         ROW(VexaVerifyCreateCtx(nullptr, &params), kParam), ROW(VexaVerifyCreateCtx(&made, nullptr), kParam),
         ROW(VexaVerifyDestroyCtx(nullptr), kParam),
@@ -97,7 +96,6 @@ TEST_F(ContextTest, EveryOperationChecksItsParameters)
     EXPECT_EQ(v, 99u);
     EXPECT_EQ(ctx->verifyHandles.count, 0u);
     EXPECT_EQ(VexaCrlInfoListFree(ctx, list), VEXA_OK);
-    EXPECT_STREQ(VexaGetVersion(), "2.0.650");
 }
 
 /* What each add operation accepts and what lands in the store. */
@@ -107,10 +105,6 @@ TEST_F(ContextTest, AddOperationsStoreOnlyWhatTheyMayTake)
     const Bytes intCert = Fixture("pki/int.der");
     const Bytes rootCrl = Fixture("crl/root.crl");
     const Bytes intCrl = Fixture("crl/int.crl");
-    auto cat = [](Bytes a, const Bytes &b) {
-        a.insert(a.end(), b.begin(), b.end());
-        return a;
-    };
     const std::string shortPem = "-----BEGIN CERTIFICATE-----\nQUJD\n----";
     const struct {
         const char *name;
@@ -122,14 +116,14 @@ TEST_F(ContextTest, AddOperationsStoreOnlyWhatTheyMayTake)
         const char *message; /* a diagnostic that must be present, or null */
     } cases[] = {
         {"a root through AddCert is trusted", false, root, VEXA_OK, 1, 0, nullptr},
-        {"CRLs through AddCert are decoded and dropped", false, cat(intCert, rootCrl), VEXA_OK, 1, 0, nullptr},
+        {"CRLs through AddCert are decoded and dropped", false, Cat({intCert, rootCrl}), VEXA_OK, 1, 0, nullptr},
         {"CRL-only input to AddCert holds no certificate", false, rootCrl, VEXA_ERR_GENERIC, 0, 0, nullptr},
         {"certificate-only input to AddCrl is no CRL input", true, intCert, VEXA_ERR_CRL_DECODE, 0, 0, nullptr},
-        {"CRL-only input to AddCrl is accepted with a warning", true, cat(rootCrl, intCrl), VEXA_OK, 0, 2,
+        {"CRL-only input to AddCrl is accepted with a warning", true, Cat({rootCrl, intCrl}), VEXA_OK, 0, 2,
          "Failed to add certificate into store."},
-        {"a root inside CRL input is refused, the CRL kept", true, cat(root, rootCrl), VEXA_OK, 0, 1,
+        {"a root inside CRL input is refused, the CRL kept", true, Cat({root, rootCrl}), VEXA_OK, 0, 1,
          "There is a root certificate, which is not allowed when add crl or cms."},
-        {"a CA certificate inside CRL input is kept", true, cat(intCert, intCrl), VEXA_OK, 1, 1, nullptr},
+        {"a CA certificate inside CRL input is kept", true, Cat({intCert, intCrl}), VEXA_OK, 1, 1, nullptr},
         {"37 bytes are too short for AddCert", false, Bytes(root.begin(), root.begin() + 37), VEXA_ERR_INPUT_FORMAT,
          0, 0, nullptr},
         {"37 bytes of PEM are too short too", false, Bytes(shortPem.begin(), shortPem.end()), VEXA_ERR_INPUT_FORMAT,
@@ -153,42 +147,36 @@ TEST_F(ContextTest, AddOperationsStoreOnlyWhatTheyMayTake)
     }
 }
 
-/* Records the store already holds are accepted again and not added twice;
- * CRL summaries of them still find their signers. */
-TEST_F(ContextTest, AddingTheSameRecordsTwiceKeepsOneCopy)
+/* Records the store already holds are accepted again and not added twice,
+ * and CRL summaries of them still find their signers. Trusted input, PEM
+ * blocks and signatures share the context's 16 buffer slots: a PEM block
+ * that finds no slot is dropped silently, DER input and signatures fail,
+ * and the checks already pending still verify. */
+TEST_F(ContextTest, RecordsAreKeptOnceAndSixteenBufferSlotsAreShared)
 {
     Ctx ctx = NewCtx("crlfiles/good.der");
     const uint32_t certs = ctx->store->certs.count;
     const uint32_t crls = ctx->store->crls.count;
-    EXPECT_GE(crls, 1u);
     const Bytes root = Fixture("pki/root.der");
     const Bytes crlFile = Fixture("crlfiles/good.der");
     ASSERT_EQ(VexaVerifyAddCert(ctx.get(), root.data(), Len(root)), VEXA_OK);
     ASSERT_EQ(VexaVerifyAddCrl(ctx.get(), crlFile.data(), Len(crlFile)), VEXA_OK);
     EXPECT_EQ(ctx->store->certs.count, certs);
     EXPECT_EQ(ctx->store->crls.count, crls);
-    /* each DER input is kept, whether or not its records were new */
-    EXPECT_EQ(ctx->decodedBuffers.count, 4u);
+    EXPECT_EQ(ctx->decodedBuffers.count, 4u) << "each DER input is kept, whether or not its records were new";
     VexaCrlInfoList *list = nullptr;
     ASSERT_EQ(VexaDecodeCrl(ctx.get(), crlFile.data(), Len(crlFile), &list), VEXA_OK);
     ASSERT_EQ(list->count, 2u);
     EXPECT_EQ(list->infos[0]->verified + list->infos[1]->verified, 2u);
     EXPECT_EQ(ctx->store->crls.count, crls);
     EXPECT_EQ(VexaCrlInfoListFree(ctx.get(), list), VEXA_OK);
-}
 
-/* Trusted input, PEM blocks and signatures share the context's 16 buffer
- * slots: a PEM block that finds no slot is dropped silently, DER input and
- * signatures fail, and the checks already pending still verify. */
-TEST_F(ContextTest, SixteenBufferSlotsAreSharedByAllInput)
-{
-    Ctx ctx = NewCtx("crlfiles/good.der");
     const Bytes sig = Fixture("sig/no_signed_attrs.der");
     while (ctx->decodedBuffers.count < 15) {
         ASSERT_EQ(VexaVerifyDetachSignatureBegin(ctx.get(), sig.data(), Len(sig)), VEXA_OK);
     }
     const uint32_t pending = ctx->verifyHandles.count;
-    const uint32_t certs = ctx->store->certs.count;
+    const uint32_t held = ctx->store->certs.count;
     const std::string pem = ReadFile(Data("crlfiles/good.pem")); /* two CRLs, then a certificate */
     VexaList certList = {};
     VexaList crlList = {};
@@ -199,14 +187,11 @@ TEST_F(ContextTest, SixteenBufferSlotsAreSharedByAllInput)
     EXPECT_EQ(certList.count, 0u);
     VexaListFreeAll(&crlList, [](void *c) { VexaX509FreeCrl(static_cast<VexaX509Crl *>(c)); });
     EXPECT_EQ(ctx->decodedBuffers.count, 16u);
-
-    const Bytes root = Fixture("pki/root.der");
-    const Bytes crlFile = Fixture("crlfiles/good.der");
     EXPECT_EQ(VexaVerifyAddCert(ctx.get(), root.data(), Len(root)), VEXA_ERR_LIST_FULL);
     EXPECT_EQ(VexaVerifyAddCrl(ctx.get(), crlFile.data(), Len(crlFile)), VEXA_ERR_CRL_DECODE);
     EXPECT_EQ(VexaVerifyDetachSignatureBegin(ctx.get(), sig.data(), Len(sig)), VEXA_ERR_CMS_FORMAT);
     EXPECT_EQ(ctx->decodedBuffers.count, 16u);
-    EXPECT_EQ(ctx->store->certs.count, certs);
+    EXPECT_EQ(ctx->store->certs.count, held);
     EXPECT_EQ(ctx->verifyHandles.count, pending);
     const Bytes content = Fixture("content/content.bin");
     ASSERT_EQ(VexaVerifyDetachSignatureUpdate(ctx.get(), content.data(), Len(content)), VEXA_OK);
@@ -216,28 +201,26 @@ TEST_F(ContextTest, SixteenBufferSlotsAreSharedByAllInput)
 }
 
 /* The store takes 16 CRLs; the next one is refused with the list's code,
- * the CRLs already added stay, and ones it holds are still accepted. */
+ * the CRLs already added stay, and ones it holds are still accepted. The
+ * first 16 come in one input: each input takes a buffer slot. */
 TEST_F(ContextTest, SeventeenthCrlInTheStoreIsRefused)
 {
-    const char *names[] = {
-        "int", "int_bad_signature", "int_expired", "int_newer", "int_older", "int_revokes_signer",
-        "int_revokes_signer_later", "intb", "root", "root_20_entries", "root_indirect",
-        "root_int_keycompromise_later", "root_int_superseded_later", "root_newer", "root_newer_revokes_int",
-        "root_revokes_int", "root_revokes_tsa_later",
-    };
     Ctx ctx = NewCtx();
-    Bytes sixteen;
-    for (int i = 0; i < 16; i++) {
-        const Bytes crl = Fixture(std::string("crl/") + names[i] + ".crl");
-        sixteen.insert(sixteen.end(), crl.begin(), crl.end());
+    const testpki::Cert root = testpki::MakeCert({});
+    Bytes crls[2];
+    for (int i = 0; i < 17; i++) {
+        testpki::CrlSpec def;
+        def.issuer = root.get();
+        def.issuerKey = testpki::SharedKey(2048);
+        def.thisUpdate -= i;
+        const Bytes der = testpki::Der(testpki::MakeCrl(def).get());
+        crls[i / 16].insert(crls[i / 16].end(), der.begin(), der.end());
     }
-    ASSERT_EQ(VexaVerifyAddCrl(ctx.get(), sixteen.data(), Len(sixteen)), VEXA_OK);
+    ASSERT_EQ(VexaVerifyAddCrl(ctx.get(), crls[0].data(), Len(crls[0])), VEXA_OK);
     EXPECT_EQ(ctx->store->crls.count, 16u);
-    const Bytes last = Fixture(std::string("crl/") + names[16] + ".crl");
-    EXPECT_EQ(VexaVerifyAddCrl(ctx.get(), last.data(), Len(last)), VEXA_ERR_LIST_FULL);
+    EXPECT_EQ(VexaVerifyAddCrl(ctx.get(), crls[1].data(), Len(crls[1])), VEXA_ERR_LIST_FULL);
     EXPECT_EQ(ctx->store->crls.count, 16u);
-    const Bytes again = Fixture("crl/root.crl");
-    EXPECT_EQ(VexaVerifyAddCrl(ctx.get(), again.data(), Len(again)), VEXA_OK);
+    EXPECT_EQ(VexaVerifyAddCrl(ctx.get(), crls[0].data(), Len(crls[0])), VEXA_OK);
 }
 
 /* The file forms read whole files of at most 2,000,000 bytes and hand them
@@ -256,10 +239,7 @@ TEST_F(ContextTest, FileFormsReadWholeFilesUpToTheLimit)
         VexaCrlInfoList *out = nullptr;
         const uint32_t ret = VexaDecodeCrlFile(ctx.get(), path, &out);
         EXPECT_EQ(out != nullptr, ret == VEXA_OK) << path;
-        if (out != nullptr) {
-            EXPECT_EQ(out->count, 2u);
-            VexaCrlInfoListFree(ctx.get(), out);
-        }
+        (void)VexaCrlInfoListFree(ctx.get(), out);
         return ret;
     };
     const struct {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 /* CRL summaries and their comparison: what a summary holds, when a list is
  * unusable, and the rule that lets a CRL disappear once the root has revoked
- * its signer. The verdicts that operation 1 passes on are run through the
- * tool by the scenarios. */
+ * its signer. The verdicts that operations 1 and 2 pass on (unverified and
+ * revoking summaries among them) are run through the tool by the scenarios. */
 #include <gtest/gtest.h>
 
 #include "pki/pki.h"
@@ -12,11 +12,6 @@
 namespace {
 
 using namespace testenv;
-
-Bytes SerialOf(const uint8_t *bytes, uint32_t len)
-{
-    return Bytes(bytes, bytes + len);
-}
 
 /* A CRL file decoded in a context of its own that trusts the root, as the
  * tool sets them up. */
@@ -57,28 +52,13 @@ TEST_F(CrlCompareTest, SummariesDescribeEachCrl)
     EXPECT_EQ(root->nextUpdate, 1767225600 + 365 * 86400);
     /* the root (serial 01) signs the root CRL, the CA (serial 0x1001) its
      * own; only the root's CRL lists its revoked serials */
-    EXPECT_EQ(SerialOf(root->signerSerial, root->signerSerialLen), Bytes({0x01}));
-    EXPECT_EQ(SerialOf(ca->signerSerial, ca->signerSerialLen), Bytes({0x10, 0x01}));
+    EXPECT_EQ(Bytes(root->signerSerial, root->signerSerial + root->signerSerialLen), Bytes({0x01}));
+    EXPECT_EQ(Bytes(ca->signerSerial, ca->signerSerial + ca->signerSerialLen), Bytes({0x10, 0x01}));
     EXPECT_GE(root->rootRevokedCount, 1u);
     EXPECT_EQ(ca->rootRevoked, nullptr);
     /* the context is left at the thisUpdate of the last CRL with a signer */
     EXPECT_EQ(good.ctx->verifyTime, ca->thisUpdate);
 
-    const Decoded revokes("crlfiles/cmp_root_revokes_int.der");
-    ASSERT_EQ(revokes.code, VEXA_OK);
-    const VexaCrlInfo *newRoot = revokes.list->infos[0];
-    bool listsCa = false;
-    for (uint32_t i = 0; i < newRoot->rootRevokedCount; i++) {
-        listsCa |= SerialOf(newRoot->rootRevoked[i].bytes, newRoot->rootRevoked[i].len) == Bytes({0x10, 0x01});
-    }
-    EXPECT_TRUE(listsCa);
-
-    const Decoded unverified("crlfiles/cmp_unverified.der"); /* the CA's CRL without its signer */
-    ASSERT_EQ(unverified.code, VEXA_OK);
-    ASSERT_EQ(unverified.list->count, 2u);
-    EXPECT_EQ(unverified.list->infos[0]->verified, 1u);
-    EXPECT_EQ(unverified.list->infos[1]->verified, 0u);
-    EXPECT_EQ(unverified.list->infos[1]->signerSerialLen, 0u);
 }
 
 TEST_F(CrlCompareTest, InputsThatDoNotDecode)
@@ -95,16 +75,8 @@ TEST_F(CrlCompareTest, InputsThatDoNotDecode)
 TEST_F(CrlCompareTest, ComparisonFaults)
 {
     const char *good = "crlfiles/good.der";
-    const struct {
-        const char *name;
-        const char *a;
-        const char *b;
-        uint32_t code;
-        uint32_t result;
-    } cases[] = {
+    const struct { const char *name; const char *a; const char *b; uint32_t code; uint32_t result; } cases[] = {
         {"same dates, B has one more issuer", good, "crlfiles/cmp_more_issuers.der", VEXA_OK, 2},
-        {"A drops the CA CRL without revoking the CA", "crlfiles/cmp_int_crl_dropped.der", good,
-         VEXA_ERR_CRL_NOT_COVERED, 3},
         {"an unverified summary", "crlfiles/cmp_unverified.der", "crlfiles/cmp_unverified.der",
          VEXA_ERR_CRL_UNVERIFIED, 3},
         {"an unverified summary only in B", good, "crlfiles/cmp_unverified.der", VEXA_ERR_CRL_UNVERIFIED, 3},

@@ -37,8 +37,8 @@ double SecondsOf(const std::function<void()> &run)
 TEST_F(HostileInputTest, SignedDataWithoutSignerIsRefusedAtBegin)
 {
     const Bytes sha256 = Seq({Oid({0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x01}), Null()});
-    const Bytes signedData = Seq({Int({1}), Set({sha256}), Seq({Oid({0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x01})}),
-                                  Set({})});
+    const Bytes data = Seq({Oid({0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x01})});
+    const Bytes signedData = Seq({Int({1}), Set({sha256}), data, Set({})});
     const Bytes der = Seq({Oid({0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x07, 0x02}), Explicit(0, signedData)});
     VexaPkcs7Content *content = nullptr;
     uint32_t consumed = 0;
@@ -57,45 +57,54 @@ VexaBigInt BigIntOf(const Bytes &b)
     return v;
 }
 
-Bytes ParamOf(EVP_PKEY *key, const char *name)
+uint32_t ServiceVerdict(const VexaBigInt &e, const VexaBigInt &n, const Bytes &data, const Bytes &sig)
 {
-    BIGNUM *bn = nullptr;
-    EXPECT_EQ(EVP_PKEY_get_bn_param(key, name, &bn), 1);
-    Bytes out(static_cast<size_t>(BN_num_bytes(bn)));
-    BN_bn2bin(bn, out.data());
-    BN_free(bn);
-    return out;
-}
-
-uint32_t ServiceVerdict(const Bytes &e, const Bytes &n, const Bytes &data, const Bytes &sig)
-{
-    const VexaBigInt exponent = BigIntOf(e);
-    const VexaBigInt modulus = BigIntOf(n);
     VexaCryptoCtx *ctx = nullptr;
     uint32_t verdict = 99;
     EXPECT_EQ(VexaRsaVerifyCreate(&ctx), VEXA_OK);
-    EXPECT_EQ(VexaRsaVerifyInit(ctx, &exponent, &modulus, VEXA_CRYPTO_SHA256), VEXA_OK);
+    EXPECT_EQ(VexaRsaVerifyInit(ctx, &e, &n, VEXA_CRYPTO_SHA256), VEXA_OK);
     EXPECT_EQ(VexaRsaVerifyUpdate(ctx, data.data(), Len(data)), VEXA_OK);
     EXPECT_EQ(VexaRsaVerifyFinal(ctx, sig.data(), Len(sig), &verdict), VEXA_OK);
     VexaRsaVerifyFree(ctx);
     return verdict;
 }
 
-/* A key of `bits` and a real signature over `data` made with it. */
-void SignWithNewKey(int bits, const Bytes &data, Bytes *e, Bytes *n, Bytes *sig)
+/* A new key of `bits` and a real signature over `data` made with it;
+ * `padded` is that signature opened with the public key: the padded digest. */
+struct SignedBy {
+    VexaBigInt e{};
+    VexaBigInt n{};
+    Bytes sig;
+    Bytes padded;
+};
+
+SignedBy SignWithNewKey(int bits, const Bytes &data)
 {
+    SignedBy out;
     EVP_PKEY *key = EVP_RSA_gen(static_cast<unsigned int>(bits));
-    ASSERT_NE(key, nullptr);
     EVP_MD_CTX *md = EVP_MD_CTX_new();
     size_t len = static_cast<size_t>(EVP_PKEY_get_size(key));
-    sig->resize(len);
-    ASSERT_EQ(EVP_DigestSignInit(md, nullptr, EVP_sha256(), nullptr, key), 1);
-    ASSERT_EQ(EVP_DigestSign(md, sig->data(), &len, data.data(), data.size()), 1);
-    sig->resize(len);
-    *e = ParamOf(key, OSSL_PKEY_PARAM_RSA_E);
-    *n = ParamOf(key, OSSL_PKEY_PARAM_RSA_N);
+    out.sig.resize(len);
+    out.padded.resize(len);
+    EXPECT_EQ(EVP_DigestSignInit(md, nullptr, EVP_sha256(), nullptr, key), 1);
+    EXPECT_EQ(EVP_DigestSign(md, out.sig.data(), &len, data.data(), data.size()), 1);
+    BIGNUM *e = nullptr;
+    BIGNUM *n = nullptr;
+    EXPECT_EQ(EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_E, &e), 1);
+    EXPECT_EQ(EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_N, &n), 1);
+    out.e.len = static_cast<uint32_t>(BN_bn2bin(e, out.e.bytes));
+    out.n.len = static_cast<uint32_t>(BN_bn2bin(n, out.n.bytes));
+    BIGNUM *m = BN_bin2bn(out.sig.data(), static_cast<int>(len), nullptr);
+    BN_CTX *bn = BN_CTX_new();
+    EXPECT_EQ(BN_mod_exp(m, m, e, n, bn), 1);
+    BN_bn2binpad(m, out.padded.data(), static_cast<int>(len));
+    BN_CTX_free(bn);
+    BN_free(m);
+    BN_free(e);
+    BN_free(n);
     EVP_MD_CTX_free(md);
     EVP_PKEY_free(key);
+    return out;
 }
 
 /* With exponent 1 every padded digest is its own signature; a modulus
@@ -103,27 +112,14 @@ void SignWithNewKey(int bits, const Bytes &data, Bytes *e, Bytes *n, Bytes *sig)
 TEST_F(HostileInputTest, RsaKeysThatProveNothingVerifyNothing)
 {
     const Bytes data = {'i', 'm', 'a', 'g', 'e'};
-    uint8_t digest[32];
-    unsigned int digestLen = 0;
-    ASSERT_EQ(EVP_Digest(data.data(), data.size(), digest, &digestLen, EVP_sha256(), nullptr), 1);
-    const Bytes digestInfo = Cat({{0x30, 0x31, 0x30, 0x0D, 0x06, 0x09, 0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02,
-                                   0x01, 0x05, 0x00, 0x04, 0x20},
-                                  Bytes(digest, digest + digestLen)});
-    Bytes padded(256, 0xFF);
-    padded[0] = 0x00;
-    padded[1] = 0x01;
-    padded[256 - digestInfo.size() - 1] = 0x00;
-    std::copy(digestInfo.begin(), digestInfo.end(), padded.end() - static_cast<long>(digestInfo.size()));
-    EXPECT_EQ(ServiceVerdict({0x01}, Bytes(256, 0xFF), data, padded), 0u) << "exponent 1, the padding as signature";
-
-    Bytes e, n, sig;
-    SignWithNewKey(1016, data, &e, &n, &sig);
-    EXPECT_EQ(ServiceVerdict(e, n, data, sig), 0u) << "1016-bit modulus";
-    SignWithNewKey(1024, data, &e, &n, &sig);
-    EXPECT_EQ(ServiceVerdict(e, n, data, sig), 1u) << "1024 bits still verify";
-    Bytes even = e;
-    even.back() = static_cast<uint8_t>(even.back() & 0xFE);
-    EXPECT_EQ(ServiceVerdict(even, n, data, sig), 0u) << "even exponent";
+    const SignedBy small = SignWithNewKey(1016, data);
+    EXPECT_EQ(ServiceVerdict(small.e, small.n, data, small.sig), 0u) << "1016-bit modulus";
+    SignedBy key = SignWithNewKey(1024, data);
+    EXPECT_EQ(ServiceVerdict(key.e, key.n, data, key.sig), 1u) << "1024 bits still verify";
+    EXPECT_EQ(ServiceVerdict(BigIntOf({0x01}), BigIntOf(Bytes(128, 0xFF)), data, key.padded), 0u)
+        << "exponent 1, the padded digest as signature";
+    key.e.bytes[key.e.len - 1] &= 0xFE;
+    EXPECT_EQ(ServiceVerdict(key.e, key.n, data, key.sig), 0u) << "even exponent";
 }
 
 /* Each unterminated block used to search for its closing marker through

@@ -33,19 +33,17 @@ using Decoded = std::array<uint32_t, 3>;
 
 class PemInputTest : public VerifyTest {
 protected:
-    Decoded Decode(const void *data, size_t len)
+    Decoded Decode(const std::string &s)
     {
         VexaList certs = {};
         VexaList crls = {};
-        const uint32_t code = InternalDecodeCertCrl(ctx_.get(), static_cast<const uint8_t *>(data),
-                                                    static_cast<uint32_t>(len), &certs, &crls);
+        const uint32_t code = InternalDecodeCertCrl(ctx_.get(), reinterpret_cast<const uint8_t *>(s.data()),
+                                                    static_cast<uint32_t>(s.size()), &certs, &crls);
         const Decoded d{code, certs.count, crls.count};
         VexaListFreeAll(&certs, [](void *c) { VexaX509FreeCert(static_cast<VexaX509Cert *>(c)); });
         VexaListFreeAll(&crls, [](void *c) { VexaX509FreeCrl(static_cast<VexaX509Crl *>(c)); });
         return d;
     }
-    Decoded Decode(const std::string &s) { return Decode(s.data(), s.size()); }
-    Decoded Decode(const Bytes &b) { return Decode(b.data(), b.size()); }
 
     Ctx ctx_ = NewCtx();
 };
@@ -57,11 +55,7 @@ TEST_F(PemInputTest, PemBlocksBecomeRecordsOthersAreSkipped)
     const Bytes crl = Fixture("crl/root.crl");
     std::string damaged = Armour("CERTIFICATE", intCert);
     damaged.replace(damaged.find('\n') + 10, 1, " "); /* a blank inside a Base64 line */
-    const struct {
-        const char *name;
-        std::string text;
-        Decoded want;
-    } cases[] = {
+    const struct { const char *name; std::string text; Decoded want; } cases[] = {
         {"certificate, other label, CRL",
          Armour("CERTIFICATE", root) + Armour("PRIVATE KEY", intCert) + Armour("X509 CRL", crl), {VEXA_OK, 1, 1}},
         {"a label that only begins like CERTIFICATE is not one",
@@ -88,25 +82,15 @@ TEST_F(PemInputTest, PemBlocksBecomeRecordsOthersAreSkipped)
  * Junk in front stops everything. */
 TEST_F(PemInputTest, DerStreamIgnoresOnlyShortTrailingBytes)
 {
-    const Bytes cert = Fixture("pki/int.der");
-    const Bytes crl = Fixture("crl/int.crl");
-    for (size_t tail : {size_t{32}, size_t{33}}) {
-        Bytes input = cert;
-        input.insert(input.end(), crl.begin(), crl.end());
-        input.insert(input.end(), tail, 0);
-        const Decoded d = Decode(input);
-        EXPECT_EQ(d[1] + d[2], 2u) << tail;
-        if (tail == 32) {
-            EXPECT_EQ(d[0], VEXA_OK);
-        } else {
-            EXPECT_EQ(d[0] & 0xFFF00000u, 0x88300000u) << std::hex << d[0];
-        }
-    }
-    Bytes junkFirst(40, 0x30);
-    junkFirst.insert(junkFirst.end(), cert.begin(), cert.end());
-    const Decoded d = Decode(junkFirst);
-    EXPECT_NE(d[0], VEXA_OK);
-    EXPECT_EQ(d[1] + d[2], 0u);
+    const std::string cert = ReadFile(Data("pki/int.der"));
+    const std::string records = cert + ReadFile(Data("crl/int.crl"));
+    EXPECT_EQ(Decode(records + std::string(32, '\0')), (Decoded{VEXA_OK, 1, 1}));
+    const Decoded d = Decode(records + std::string(33, '\0'));
+    EXPECT_EQ(d[0] & 0xFFF00000u, 0x88300000u) << std::hex << d[0];
+    EXPECT_EQ(d[1] + d[2], 2u);
+    const Decoded junkFirst = Decode(std::string(40, '0') + cert);
+    EXPECT_NE(junkFirst[0], VEXA_OK);
+    EXPECT_EQ(junkFirst[1] + junkFirst[2], 0u);
 }
 
 TEST_F(PemInputTest, SingleBlockDecodersCheckMarkersAndLength)
