@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/test_env.h"
 
-#include <stdio.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -15,9 +15,7 @@ namespace testenv {
 
 void TempDirTest::SetUp()
 {
-    char cwd[4096];
-    ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
-    oldCwd_ = cwd;
+    oldCwd_ = std::filesystem::current_path();
     char tmpl[] = "/tmp/checktool-test-XXXXXX";
     ASSERT_NE(mkdtemp(tmpl), nullptr);
     dir_ = tmpl;
@@ -27,12 +25,11 @@ void TempDirTest::SetUp()
 
 void TempDirTest::TearDown()
 {
-    if (!oldCwd_.empty()) {
-        EXPECT_EQ(chdir(oldCwd_.c_str()), 0);
-    }
-    if (!dir_.empty() && dir_.rfind("/tmp/checktool-test-", 0) == 0) {
-        std::string cmd = "rm -rf '" + dir_ + "'";
-        EXPECT_EQ(system(cmd.c_str()), 0);
+    std::error_code ec;
+    std::filesystem::current_path(oldCwd_, ec);
+    EXPECT_FALSE(ec) << ec.message();
+    if (!dir_.empty()) {
+        std::filesystem::remove_all(dir_, ec);
     }
 }
 
