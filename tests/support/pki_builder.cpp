@@ -148,25 +148,10 @@ Crl MakeCrl(const CrlSpec &def)
     return Crl(crl);
 }
 
-Bytes Der(X509 *cert)
-{
-    return ToDer(cert, i2d_X509);
-}
-
-Bytes Der(X509_CRL *crl)
-{
-    return ToDer(crl, i2d_X509_CRL);
-}
-
-VexaX509Cert *Decoded::Cert(const Bytes &bytes)
-{
-    return Decode(der, certs, bytes, VexaX509DecodeCert);
-}
-
-VexaX509Crl *Decoded::Crl(const Bytes &bytes)
-{
-    return Decode(der, crls, bytes, VexaX509DecodeCrl);
-}
+Bytes Der(X509 *cert) { return ToDer(cert, i2d_X509); }
+Bytes Der(X509_CRL *crl) { return ToDer(crl, i2d_X509_CRL); }
+VexaX509Cert *Decoded::Cert(const Bytes &bytes) { return Decode(der, certs, bytes, VexaX509DecodeCert); }
+VexaX509Crl *Decoded::Crl(const Bytes &bytes) { return Decode(der, crls, bytes, VexaX509DecodeCrl); }
 
 void Decoded::Clear()
 {

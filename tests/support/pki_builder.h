@@ -25,10 +25,7 @@ namespace testpki {
 using testenv::Bytes;
 using testenv::Fixture;
 
-template <class T, void (*Free)(T *)>
-struct Freer {
-    void operator()(T *p) const { Free(p); }
-};
+template <class T, void (*Free)(T *)> struct Freer { void operator()(T *p) const { Free(p); } };
 using Key = std::unique_ptr<EVP_PKEY, Freer<EVP_PKEY, EVP_PKEY_free>>;
 using Cert = std::unique_ptr<X509, Freer<X509, X509_free>>;
 using Crl = std::unique_ptr<X509_CRL, Freer<X509_CRL, X509_CRL_free>>;
@@ -58,11 +55,7 @@ struct CertSpec {
 
 Cert MakeCert(const CertSpec &def);
 
-struct RevokedSpec {
-    long serial;
-    int64_t date;
-    int reason = -1; /* CRL_REASON_*, -1 none */
-};
+struct RevokedSpec { long serial; int64_t date; int reason = -1; /* CRL_REASON_*, -1 none */ };
 
 struct CrlSpec {
     X509 *issuer = nullptr;

@@ -12,9 +12,7 @@
 
 namespace testenv {
 
-struct CtxFree {
-    void operator()(VexaVerifyCtx *ctx) const { (void)VexaVerifyDestroyCtx(ctx); }
-};
+struct CtxFree { void operator()(VexaVerifyCtx *ctx) const { (void)VexaVerifyDestroyCtx(ctx); } };
 using Ctx = std::unique_ptr<VexaVerifyCtx, CtxFree>;
 
 /* A new context; given a CRL file, it trusts the root and holds that file,

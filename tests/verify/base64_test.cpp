@@ -14,12 +14,8 @@ namespace {
 TEST(Base64, DecodesWhatPemBodiesHoldAndRefusesTheRest)
 {
     const std::vector<uint8_t> abcabc = {'A', 'B', 'C', 'A', 'B', 'C'};
-    const struct {
-        const char *name;
-        std::string text;
-        uint32_t query; /* 0: refused */
-        std::vector<uint8_t> bytes;
-    } cases[] = {
+    /* query: the size reported without a buffer, 0: refused */
+    const struct { const char *name; std::string text; uint32_t query; std::vector<uint8_t> bytes; } cases[] = {
         {"two pads", "QQ==", 1, {0x41}},
         {"one pad", "QUI=", 2, {0x41, 0x42}},
         {"no pad", "QUJD", 3, {0x41, 0x42, 0x43}},
@@ -39,7 +35,7 @@ TEST(Base64, DecodesWhatPemBodiesHoldAndRefusesTheRest)
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         const uint32_t len = static_cast<uint32_t>(c.text.size());
-        uint32_t query = 0; /* the size reported without a buffer */
+        uint32_t query = 0;
         ASSERT_EQ(VexaBase64Decode(c.text.data(), len, nullptr, &query), c.query != 0 ? VEXA_OK : VEXA_ERR_BASE64);
         if (c.query != 0) {
             EXPECT_EQ(query, c.query);

@@ -61,31 +61,24 @@ TEST_F(ContextTest, EveryOperationChecksItsParameters)
         ROW(Create(71), kSize), ROW(Create(73), kSize), ROW(Create(384), kSize), ROW(Create(72), VEXA_OK),
         ROW(VexaVerifyCreateCtx(nullptr, &params), kParam), ROW(VexaVerifyCreateCtx(&made, nullptr), kParam),
         ROW(VexaVerifyDestroyCtx(nullptr), kParam),
+        /* one guard checks the context of all the others */
         ROW(VexaVerifyAddCert(nullptr, d, 9), kNull), ROW(VexaVerifyAddCert(&forged, d, 9), kSize),
         ROW(VexaVerifyAddCert(ctx, nullptr, 9), kParam), ROW(VexaVerifyAddCert(ctx, d, 0), kParam),
-        ROW(VexaVerifyAddCrl(nullptr, d, 9), kNull), ROW(VexaVerifyAddCrl(&forged, d, 9), kSize),
         ROW(VexaVerifyAddCrl(ctx, nullptr, 9), kParam), ROW(VexaVerifyAddCrl(ctx, d, 0), kParam),
-        ROW(VexaVerifyAddCertFile(nullptr, "x"), kNull), ROW(VexaVerifyAddCertFile(ctx, nullptr), kParam),
+        ROW(VexaVerifyAddCertFile(ctx, nullptr), kParam),
         /* the CRL file form checks its context its own way */
         ROW(VexaVerifyAddCrlFile(nullptr, "x"), kParam), ROW(VexaVerifyAddCrlFile(&forged, "x"), kSize),
         ROW(VexaVerifyAddCrlFile(ctx, nullptr), kParam),
-        ROW(VexaVerifyDetachSignatureBegin(nullptr, d, 9), kNull),
-        ROW(VexaVerifyDetachSignatureBegin(&forged, d, 9), kSize),
         ROW(VexaVerifyDetachSignatureBegin(ctx, nullptr, 9), kParam),
         ROW(VexaVerifyDetachSignatureBegin(ctx, d, 0), kParam),
-        ROW(VexaVerifyDetachSignatureUpdate(nullptr, d, 1), kNull),
         ROW(VexaVerifyDetachSignatureUpdate(ctx, nullptr, 1), kParam),
         ROW(VexaVerifyDetachSignatureUpdate(ctx, d, 0), kParam),
-        ROW(VexaVerifyDetachSignatureFinal(nullptr, &v), kNull),
-        ROW(VexaVerifyDetachSignatureFinal(&forged, &v), kSize),
         ROW(VexaVerifyDetachSignatureFinal(ctx, nullptr), kParam),
-        ROW(VexaVerifyDetachSignatureQuick(nullptr, "c", "s", &v), kNull),
         ROW(VexaVerifyDetachSignatureQuick(ctx, nullptr, "s", &v), kParam),
         ROW(VexaVerifyDetachSignatureQuick(ctx, "c", nullptr, &v), kParam),
         ROW(VexaVerifyDetachSignatureQuick(ctx, "c", "s", nullptr), kParam),
-        ROW(VexaDecodeCrl(nullptr, d, 9, &scratch), kNull), ROW(VexaDecodeCrl(ctx, d, 0, &scratch), kParam),
-        ROW(VexaDecodeCrl(ctx, d, 9, nullptr), kParam), ROW(VexaCrlInfoListFree(ctx, nullptr), kParam),
-        ROW(VexaCrlCompare(nullptr, list, list, &v), kNull), ROW(VexaCrlCompare(ctx, nullptr, list, &v), kParam),
+        ROW(VexaDecodeCrl(ctx, d, 0, &scratch), kParam), ROW(VexaDecodeCrl(ctx, d, 9, nullptr), kParam),
+        ROW(VexaCrlInfoListFree(ctx, nullptr), kParam), ROW(VexaCrlCompare(ctx, nullptr, list, &v), kParam),
         ROW(VexaCrlCompare(ctx, list, nullptr, &v), kParam), ROW(VexaCrlCompare(ctx, list, list, nullptr), kParam),
         ROW(VexaCrlCompare(ctx, &empty, list, &v), VEXA_ERR_CRL_LIST_EMPTY),
         ROW(VexaCrlCompare(ctx, list, &empty, &v), VEXA_ERR_CRL_LIST_EMPTY),
@@ -98,23 +91,17 @@ TEST_F(ContextTest, EveryOperationChecksItsParameters)
     EXPECT_EQ(VexaCrlInfoListFree(ctx, list), VEXA_OK);
 }
 
-/* What each add operation accepts and what lands in the store. */
+/* What each add operation accepts and what lands in the store. (A CRL file
+ * brings its certificates: the scenario sig_ts_no_certs_tsa_in_crlfile.) */
 TEST_F(ContextTest, AddOperationsStoreOnlyWhatTheyMayTake)
 {
     const Bytes root = Fixture("pki/root.der");
     const Bytes intCert = Fixture("pki/int.der");
     const Bytes rootCrl = Fixture("crl/root.crl");
     const Bytes intCrl = Fixture("crl/int.crl");
-    const std::string shortPem = "-----BEGIN CERTIFICATE-----\nQUJD\n----";
-    const struct {
-        const char *name;
-        bool crlOp;
-        Bytes input;
-        uint32_t code;
-        uint32_t certs;
-        uint32_t crls;
-        const char *message; /* a diagnostic that must be present, or null */
-    } cases[] = {
+    /* message: a diagnostic that must be present, or null */
+    const struct { const char *name; bool crlOp; Bytes input; uint32_t code, certs, crls; const char *message; }
+    cases[] = {
         {"a root through AddCert is trusted", false, root, VEXA_OK, 1, 0, nullptr},
         {"CRLs through AddCert are decoded and dropped", false, Cat({intCert, rootCrl}), VEXA_OK, 1, 0, nullptr},
         {"CRL-only input to AddCert holds no certificate", false, rootCrl, VEXA_ERR_GENERIC, 0, 0, nullptr},
@@ -123,13 +110,7 @@ TEST_F(ContextTest, AddOperationsStoreOnlyWhatTheyMayTake)
          "Failed to add certificate into store."},
         {"a root inside CRL input is refused, the CRL kept", true, Cat({root, rootCrl}), VEXA_OK, 0, 1,
          "There is a root certificate, which is not allowed when add crl or cms."},
-        {"a CA certificate inside CRL input is kept", true, Cat({intCert, intCrl}), VEXA_OK, 1, 1, nullptr},
-        {"37 bytes are too short for AddCert", false, Bytes(root.begin(), root.begin() + 37), VEXA_ERR_INPUT_FORMAT,
-         0, 0, nullptr},
-        {"37 bytes of PEM are too short too", false, Bytes(shortPem.begin(), shortPem.end()), VEXA_ERR_INPUT_FORMAT,
-         0, 0, nullptr},
-        {"37 bytes are no CRL input", true, Bytes(rootCrl.begin(), rootCrl.begin() + 37), VEXA_ERR_CRL_DECODE, 0, 0,
-         nullptr},
+        {"37 bytes are too short", false, Bytes(root.begin(), root.begin() + 37), VEXA_ERR_INPUT_FORMAT, 0, 0, nullptr},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
@@ -147,23 +128,16 @@ TEST_F(ContextTest, AddOperationsStoreOnlyWhatTheyMayTake)
     }
 }
 
-/* Records the store already holds are accepted again and not added twice,
- * and CRL summaries of them still find their signers. Trusted input, PEM
- * blocks and signatures share the context's 16 buffer slots: a PEM block
- * that finds no slot is dropped silently, DER input and signatures fail,
- * and the checks already pending still verify. */
-TEST_F(ContextTest, RecordsAreKeptOnceAndSixteenBufferSlotsAreShared)
+/* CRL summaries of CRLs the store already holds still find their signers.
+ * Trusted input, PEM blocks and signatures share the context's 16 buffer
+ * slots: a PEM block that finds no slot is dropped silently, DER input and
+ * signatures fail, and the checks already pending still verify. */
+TEST_F(ContextTest, HeldCrlsFindTheirSignersAndSixteenBufferSlotsAreShared)
 {
     Ctx ctx = NewCtx("crlfiles/good.der");
-    const uint32_t certs = ctx->store->certs.count;
     const uint32_t crls = ctx->store->crls.count;
     const Bytes root = Fixture("pki/root.der");
     const Bytes crlFile = Fixture("crlfiles/good.der");
-    ASSERT_EQ(VexaVerifyAddCert(ctx.get(), root.data(), Len(root)), VEXA_OK);
-    ASSERT_EQ(VexaVerifyAddCrl(ctx.get(), crlFile.data(), Len(crlFile)), VEXA_OK);
-    EXPECT_EQ(ctx->store->certs.count, certs);
-    EXPECT_EQ(ctx->store->crls.count, crls);
-    EXPECT_EQ(ctx->decodedBuffers.count, 4u) << "each DER input is kept, whether or not its records were new";
     VexaCrlInfoList *list = nullptr;
     ASSERT_EQ(VexaDecodeCrl(ctx.get(), crlFile.data(), Len(crlFile), &list), VEXA_OK);
     ASSERT_EQ(list->count, 2u);
@@ -242,11 +216,8 @@ TEST_F(ContextTest, FileFormsReadWholeFilesUpToTheLimit)
         (void)VexaCrlInfoListFree(ctx.get(), out);
         return ret;
     };
-    const struct {
-        const char *path;
-        uint32_t cert; /* AddCertFile; 0x88300000: any code of the DER decoder */
-        uint32_t crl;  /* AddCrlFile and DecodeCrlFile */
-    } cases[] = {
+    /* cert: AddCertFile (0x88300000: any code of the DER decoder); crl: AddCrlFile and DecodeCrlFile */
+    const struct { const char *path; uint32_t cert, crl; } cases[] = {
         {"", VEXA_ERR_PARAM, VEXA_ERR_PARAM},
         {"missing", VEXA_ERR_FILE_OPEN, VEXA_ERR_FILE_OPEN},
         {"empty", VEXA_ERR_FILE_EMPTY, VEXA_ERR_FILE_EMPTY},

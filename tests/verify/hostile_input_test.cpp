@@ -71,12 +71,7 @@ uint32_t ServiceVerdict(const VexaBigInt &e, const VexaBigInt &n, const Bytes &d
 
 /* A new key of `bits` and a real signature over `data` made with it;
  * `padded` is that signature opened with the public key: the padded digest. */
-struct SignedBy {
-    VexaBigInt e{};
-    VexaBigInt n{};
-    Bytes sig;
-    Bytes padded;
-};
+struct SignedBy { VexaBigInt e{}, n{}; Bytes sig, padded; };
 
 SignedBy SignWithNewKey(int bits, const Bytes &data)
 {

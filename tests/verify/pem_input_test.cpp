@@ -96,12 +96,8 @@ TEST_F(PemInputTest, DerStreamIgnoresOnlyShortTrailingBytes)
 TEST_F(PemInputTest, SingleBlockDecodersCheckMarkersAndLength)
 {
     const std::string block = Armour("CERTIFICATE", Fixture("pki/int.der"));
-    const struct {
-        const char *name;
-        std::string text;
-        uint32_t length; /* 0: the text's own */
-        uint32_t code;
-    } cases[] = {
+    /* length 0: the text's own */
+    const struct { const char *name; std::string text; uint32_t length, code; } cases[] = {
         {"whole block", block, 0, VEXA_OK},
         {"not a certificate marker", "-----BEGIN X509 CRL-----\nQUJD\n-----END X509 CRL-----", 0,
          VEXA_ERR_INPUT_FORMAT},

@@ -30,11 +30,7 @@ bool Verifies(const CmsFileInfo &info, const testenv::Bytes &crl)
 
 /* Byte ranges (inclusive) of sig/valid.der, the valid image's signature
  * block; the forge writes the same bytes every time. */
-struct Range {
-    uint32_t first;
-    uint32_t last;
-    const char *what;
-};
+struct Range { uint32_t first, last; const char *what; };
 
 /* The only fields whose flips are accepted, and why. Everything the signer's
  * signature or the token protects (signer certificate's tbsCertificate,
