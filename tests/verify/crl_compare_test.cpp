@@ -78,6 +78,7 @@ TEST_F(CrlCompareTest, ComparisonFaults)
     const struct { const char *name; const char *a; const char *b; uint32_t code; uint32_t result; } cases[] = {
         {"same dates, B has one more issuer", good, "crlfiles/cmp_more_issuers.der", VEXA_OK, 2},
         {"an unverified summary only in B", good, "crlfiles/cmp_unverified.der", VEXA_ERR_CRL_UNVERIFIED, 3},
+        {"an unverified summary only in A", "crlfiles/cmp_unverified.der", good, VEXA_ERR_CRL_UNVERIFIED, 3},
         {"one issuer named twice only in B", good, "crlfiles/cmp_dup_issuer.der", VEXA_ERR_CRL_DUP_ISSUER, 3},
     };
     for (const auto &c : cases) {
