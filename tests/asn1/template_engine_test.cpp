@@ -48,6 +48,7 @@ TEST(TemplatePrimitives, DecodeOnlyTheirOwnTagsAndCommitTheCursorOnlyOnSuccess)
     const VexaAsnMember boolean = InternalField(g_itemVexaAsnBool, 0);
     const VexaAsnMember keyUsage = InternalField(g_itemVexaX509KeyUsage, 0);
     const Bytes long128 = Tlv(0x04, Bytes(128, 0x11));
+    const Bytes body256(256, 0xAB);
     const Bytes five = {0x02, 0x05, 0x80, 0x00, 0x00, 0x00, 0x01};
     constexpr uint32_t kUntouched = 0xEEEEEEEEu;
     /* out: the value of an integer, or the identifier octet a view records */
@@ -64,6 +65,14 @@ TEST(TemplatePrimitives, DecodeOnlyTheirOwnTagsAndCommitTheCursorOnlyOnSuccess)
          VEXA_OK, {0x02, 0x02, 0x00, 0xFF}, 0x02},
         {"WHOLE with a long-form length", whole, long128, VEXA_OK, long128, 0x04},
         {"empty content leaves the view empty even under WHOLE", whole, Null(), VEXA_OK, {}, 0},
+        {"length past the content", octs, {0x04, 0x04, 1, 2, 3}, VEXA_ERR_ASN_LENGTH, {}, 0},
+        {"non-minimal long-form length", octs, {0x04, 0x81, 0x02, 9, 9}, VEXA_OK, {9, 9}, 0x04},
+        {"four length octets", octs, Cat({{0x04, 0x84, 0, 0, 1, 0}, body256}), VEXA_OK, body256, 0x04},
+        {"four length octets, one byte short", octs, Cat({{0x04, 0x84, 0, 0, 1, 0}, Bytes(255, 0xAB)}),
+         VEXA_ERR_ASN_LENGTH, {}, 0},
+        {"five length octets", octs, Cat({{0x04, 0x85, 0, 0, 0, 1, 0}, body256}), VEXA_ERR_ASN_LENGTH, {}, 0},
+        {"a length near 4 GiB", octs, {0x04, 0x84, 0xFF, 0xFF, 0xFF, 0xFF, 1}, VEXA_ERR_ASN_LENGTH, {}, 0},
+        {"length octets cut off", octs, {0x04, 0x82, 0x01}, VEXA_ERR_BUFFER_END, {}, 0},
         {"any class, form and number", octs, {0xA5, 0x01, 0x07}, VEXA_OK, {0x07}, 0xA5},
         {"the highest one-octet tag number", octs, {0xDE, 0x01, 0x07}, VEXA_OK, {0x07}, 0xDE},
         {"high-tag-number form", octs, {0xBF, 0x01, 0x07}, VEXA_ERR_ASN_TAG, {}, 0},
@@ -128,7 +137,7 @@ TEST(TemplatePrimitives, DecodeOnlyTheirOwnTagsAndCommitTheCursorOnlyOnSuccess)
 
 class TemplateDiagnostics : public logtest::Captured {};
 
-TEST_F(TemplateDiagnostics, KeyUsageRefusalsAndMissingDestinationsAreLoggedUnderTheirDecoder)
+TEST_F(TemplateDiagnostics, RefusalsAndMissingDestinationsAreLoggedUnderTheirDecoder)
 {
     EXPECT_EQ(Decoded(g_itemVexaX509KeyUsage, {0x03, 0x04, 0x00, 0x01, 0x02, 0x03}).code, VEXA_ERR_ASN_BITS);
     EXPECT_TRUE(logtest::HasRecord("VexaBitsToInt", VEXA_ERR_ASN_BITS, "unsupported length count"));
@@ -143,6 +152,11 @@ TEST_F(TemplateDiagnostics, KeyUsageRefusalsAndMissingDestinationsAreLoggedUnder
     EXPECT_EQ(VexaDecodeInt(&s, nullptr, &consumed, &int32), VEXA_ERR_ASN_INT);
     EXPECT_TRUE(logtest::HasRecord("VexaDecodeInt", VEXA_ERR_ASN_INT, ""));
     EXPECT_EQ(VexaAsnDecodeOcts(&s, nullptr, &consumed, &octs), VEXA_ERR_PARAM) << "no destination without SKIP";
+    logtest::Records().clear();
+    EXPECT_EQ(Decoded(g_itemVexaAsnOcts, {0x04, 0x80, 0x00, 0x00}).code, VEXA_ERR_ASN_LENGTH);
+    ASSERT_FALSE(logtest::Records().empty());
+    EXPECT_EQ(logtest::Records()[0].message, "indefinit length not supported.");
+    EXPECT_EQ(logtest::Records()[0].level, VEXA_LOG_WARNING) << "input the decoder does not support is no error";
 }
 
 /* SEQUENCE { a INTEGER, b INTEGER-as-octets OPTIONAL, c [1] EXPLICIT INTEGER
