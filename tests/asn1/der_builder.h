@@ -40,7 +40,6 @@ inline Bytes Seq(std::initializer_list<Bytes> parts) { return Tlv(0x30, Cat(part
 inline Bytes Set(std::initializer_list<Bytes> parts) { return Tlv(0x31, Cat(parts)); }
 inline Bytes Int(std::initializer_list<uint8_t> octets) { return Tlv(0x02, Bytes(octets)); }
 inline Bytes Octets(const Bytes &content) { return Tlv(0x04, content); }
-inline Bytes Bits(std::initializer_list<uint8_t> withUnusedOctet) { return Tlv(0x03, Bytes(withUnusedOctet)); }
 inline Bytes Bool(bool v) { return Tlv(0x01, {static_cast<uint8_t>(v ? 0xFF : 0x00)}); }
 inline Bytes Null() { return {0x05, 0x00}; }
 inline Bytes Oid(const Bytes &content) { return Tlv(0x06, content); }

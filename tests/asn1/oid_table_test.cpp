@@ -56,10 +56,7 @@ TEST(OidTable, MapsAlgorithmsToDigestIdsAndEverythingElseToZero)
 
 TEST(OidTable, ComparesViewsByLengthAndContentOnly)
 {
-    const Bytes a = {1, 2, 3};
-    const Bytes b = {1, 2, 3};
-    const Bytes c = {1, 2, 4};
-    const Bytes d = {1, 2};
+    const Bytes a = {1, 2, 3}, b = {1, 2, 3}, c = {1, 2, 4}, d = {1, 2};
     const VexaAsnOcts va = View(a, 6), vb = View(b, 4), vc = View(c), shorter = View(d), absent{};
     EXPECT_EQ(VexaAsnOctsCompare(&va, &vb), 0) << "tags are ignored";
     EXPECT_NE(VexaAsnOctsCompare(&va, &vc), 0);
