@@ -56,16 +56,10 @@ inline Bytes Extension(const Bytes &oid, const Bytes &value, bool critical = fal
     return critical ? Seq({Oid(oid), Bool(true), Octets(value)}) : Seq({Oid(oid), Octets(value)});
 }
 
-/* The bytes a view points at (none for an absent or empty view), and the
- * identifier octet it records. */
+/* The bytes a view points at (none for an absent or empty view). */
 inline Bytes View(const VexaAsnOcts &v)
 {
     return v.data == nullptr ? Bytes() : Bytes(v.data, v.data + v.len);
-}
-
-inline uint32_t Ident(const VexaAsnOcts &v)
-{
-    return v.tagClass << 6 | v.constructed << 5 | v.tagNumber;
 }
 
 inline int64_t Epoch(const VexaAsnOcts &v)

@@ -132,7 +132,7 @@ TEST(TemplatePrimitives, DecodeOnlyTheirOwnTagsAndCommitTheCursorOnlyOnSuccess)
         EXPECT_EQ(value, isView || c.code != VEXA_OK ? kUntouched : c.out) << "nothing written on failure";
         EXPECT_EQ(View(view), c.value);
         EXPECT_EQ(view.len, c.value.size());
-        EXPECT_EQ(Ident(view), isView ? c.out : 0u);
+        EXPECT_EQ(view.tagClass << 6 | view.constructed << 5 | view.tagNumber, isView ? c.out : 0u);
         if (!c.value.empty()) {
             EXPECT_TRUE(view.data >= input.data() && view.data + view.len <= input.data() + input.size())
                 << "a view into the input, not a copy";
@@ -197,7 +197,6 @@ TEST(TemplateSeq, DecodesMembersInOrderAndRefusesLeftovers)
         {"member longer than its SEQUENCE", {0x30, 0x03, 0x02, 0x05, 0x01, 0x02, 0x03, 0x04, 0x05}, VEXA_ERR_ASN_LENGTH,
          0, {}, 0},
         {"a SET is not a SEQUENCE", Set({a}), VEXA_ERR_ASN_TAG, 0, {}, 0},
-        {"an indefinite length", {0x30, 0x80, 0x02, 0x01, 0x01, 0x00, 0x00}, VEXA_ERR_ASN_LENGTH, 0, {}, 0},
     };
     for (const auto &t : cases) {
         SCOPED_TRACE(t.name);
@@ -300,7 +299,8 @@ TEST(TemplateAttrs, StoresKnownEntriesByIdentifierAndIgnoresTheRest)
         {"unknown critical then known", Seq({Extension(OidSubjectKeyId(), Octets({1}), true), Extension(ku, ku6)}),
          VEXA_OK, 6, 0},
         {"both known", Seq({ca, Extension(ku, ku6)}), VEXA_OK, 6, 1},
-        {"a later entry overwrites", Seq({Extension(ku, ku6), Extension(ku, Tlv(0x03, {0x07, 0x80}))}), VEXA_OK, 0x80, 0},
+        {"a later entry overwrites", Seq({Extension(ku, ku6), Extension(ku, Tlv(0x03, {0x07, 0x80}))}), VEXA_OK,
+         0x80, 0},
         {"value need not fill the OCTET STRING", Seq({Extension(ku, Cat({ku6, {0x00}}))}), VEXA_OK, 6, 0},
         {"empty value", Seq({Extension(OidSubjectKeyId(), {})}), VEXA_ERR_ASN_LIST, 0, 0},
         {"known value that does not decode", Seq({Extension(ku, Octets({6}))}), VEXA_ERR_ASN_TAG, 0, 0},

@@ -19,7 +19,6 @@ namespace {
 
 using dertest::Bytes;
 using dertest::Epoch;
-using dertest::Ident;
 using dertest::View;
 using testpki::Fixture;
 
@@ -94,9 +93,11 @@ TEST(CertificateRecord, OnlyAUniversalSequenceViewIsACertificate)
     const uint32_t len = static_cast<uint32_t>(a.size());
     VexaX509Cert *cert = nullptr;
     uint32_t consumed = 0;
-    for (const VexaAsnOcts &v : {VexaAsnOcts{len, 0, 1, 16, a.data()}, VexaAsnOcts{len, 2, 1, 16, a.data()},
-                                 VexaAsnOcts{len, 0, 0, 16, a.data()}, VexaAsnOcts{len, 0, 1, 17, a.data()}}) {
-        EXPECT_EQ(VexaX509DecodeCertFromOcts(&v, &cert, &consumed), Ident(v) == 0x30 ? VEXA_OK : VEXA_ERR_CERT_FORMAT);
+    /* a universal constructed SEQUENCE, then one field changed each */
+    const VexaAsnOcts views[] = {{len, 0, 1, 16, a.data()}, {len, 2, 1, 16, a.data()}, {len, 0, 0, 16, a.data()},
+                                 {len, 0, 1, 17, a.data()}};
+    for (const VexaAsnOcts &v : views) {
+        EXPECT_EQ(VexaX509DecodeCertFromOcts(&v, &cert, &consumed), &v == views ? VEXA_OK : VEXA_ERR_CERT_FORMAT);
         VexaX509FreeCert(cert);
         cert = nullptr;
     }
@@ -116,12 +117,10 @@ TEST(CrlRecord, HoldsTheFieldsLibcryptoWroteAndRefusesAMissingNextUpdate)
     const struct { const char *name; int revoked; int reason; int64_t nextUpdate; bool indirect; uint32_t code;
                    uint32_t idp; } cases[] = {
         {"two reasons and an IDP", 2, CRL_REASON_KEY_COMPROMISE, kNext, true, VEXA_OK, 110},
-        {"no revoked entries", 0, 1, kNext, false, VEXA_OK, 0},
         {"entries without a reason", 2, -1, kNext, false, VEXA_OK, 0},
         {"nextUpdate as GeneralizedTime", 1, 1, 2840140800, false, VEXA_OK, 0},
         {"no nextUpdate, revoked list follows", 2, 1, 0, false, VEXA_ERR_ASN_OCTS_TAG, 0},
         {"no nextUpdate, extensions follow", 0, 1, 0, true, VEXA_ERR_ASN_OCTS_TAG, 0},
-        {"no nextUpdate, nothing follows", 0, 1, 0, false, VEXA_ERR_ASN_SEQ, 0},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
