@@ -40,7 +40,6 @@ inline Bytes Seq(std::initializer_list<Bytes> parts) { return Tlv(0x30, Cat(part
 inline Bytes Set(std::initializer_list<Bytes> parts) { return Tlv(0x31, Cat(parts)); }
 inline Bytes Int(std::initializer_list<uint8_t> octets) { return Tlv(0x02, Bytes(octets)); }
 inline Bytes Octets(const Bytes &content) { return Tlv(0x04, content); }
-inline Bytes Bits(std::initializer_list<uint8_t> withUnusedOctet) { return Tlv(0x03, Bytes(withUnusedOctet)); }
 inline Bytes Bool(bool v) { return Tlv(0x01, {static_cast<uint8_t>(v ? 0xFF : 0x00)}); }
 inline Bytes Null() { return {0x05, 0x00}; }
 inline Bytes Oid(const Bytes &content) { return Tlv(0x06, content); }
@@ -57,16 +56,10 @@ inline Bytes Extension(const Bytes &oid, const Bytes &value, bool critical = fal
     return critical ? Seq({Oid(oid), Bool(true), Octets(value)}) : Seq({Oid(oid), Octets(value)});
 }
 
-/* The bytes a view points at (none for an absent or empty view), and the
- * identifier octet it records. */
+/* The bytes a view points at (none for an absent or empty view). */
 inline Bytes View(const VexaAsnOcts &v)
 {
     return v.data == nullptr ? Bytes() : Bytes(v.data, v.data + v.len);
-}
-
-inline uint32_t Ident(const VexaAsnOcts &v)
-{
-    return v.tagClass << 6 | v.constructed << 5 | v.tagNumber;
 }
 
 inline int64_t Epoch(const VexaAsnOcts &v)

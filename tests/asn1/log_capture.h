@@ -19,7 +19,6 @@ struct Record {
     uint32_t line;
     std::string function;
     uint32_t code;
-    bool hasMessage;
     std::string message;
 };
 
@@ -31,8 +30,9 @@ inline std::vector<Record> &Records()
 
 inline void Observe(uint32_t level, const char *function, uint32_t line, uint32_t code, const char *message)
 {
-    Records().push_back(Record{level, line, function != nullptr ? function : "", code, message != nullptr,
-                               message != nullptr ? message : ""});
+    EXPECT_NE(message, nullptr) << "a record without a format still has an empty message";
+    Records().push_back(
+        Record{level, line, function != nullptr ? function : "", code, message != nullptr ? message : ""});
 }
 
 inline bool HasRecord(const std::string &function, uint32_t code, const std::string &message)

@@ -35,10 +35,8 @@ TEST(OidTable, MapsAlgorithmsToDigestIdsAndEverythingElseToZero)
 {
     const Bytes sha256Rsa = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x0B};
     const struct { const char *name; Bytes oid; int32_t id; uint32_t digest; } cases[] = {
-        {"sha256WithRSAEncryption", sha256Rsa, AOID_SHA256WITHRSAENCRYPTION, 43},
         {"sha384", {0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x02}, AOID_SHA384, 44},
         {"sha512WithRSAEncryption", {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 1, 1, 0x0D}, AOID_SHA512WITHRSAENCRYPTION, 45},
-        {"rsaEncryption is not known", {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 1, 1, 1}, AOID_UNKNOWN, 0},
         {"sha1WithRSAEncryption is not known", {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 1, 1, 5}, AOID_UNKNOWN, 0},
         {"a prefix of a known identifier", Bytes(sha256Rsa.begin(), sha256Rsa.end() - 1), AOID_UNKNOWN, 0},
         {"a known identifier with one more octet", dertest::Cat({sha256Rsa, {0x01}}), AOID_UNKNOWN, 0},
@@ -56,10 +54,7 @@ TEST(OidTable, MapsAlgorithmsToDigestIdsAndEverythingElseToZero)
 
 TEST(OidTable, ComparesViewsByLengthAndContentOnly)
 {
-    const Bytes a = {1, 2, 3};
-    const Bytes b = {1, 2, 3};
-    const Bytes c = {1, 2, 4};
-    const Bytes d = {1, 2};
+    const Bytes a = {1, 2, 3}, b = {1, 2, 3}, c = {1, 2, 4}, d = {1, 2};
     const VexaAsnOcts va = View(a, 6), vb = View(b, 4), vc = View(c), shorter = View(d), absent{};
     EXPECT_EQ(VexaAsnOctsCompare(&va, &vb), 0) << "tags are ignored";
     EXPECT_NE(VexaAsnOctsCompare(&va, &vc), 0);

@@ -19,7 +19,6 @@ namespace {
 
 using dertest::Bytes;
 using dertest::Epoch;
-using dertest::Ident;
 using dertest::View;
 using testpki::Fixture;
 
@@ -51,33 +50,26 @@ std::string NameOf(int n, bool oneRdn)
     return name;
 }
 
-/* cA, key usage and the first purpose are pinned by the item tests and the
- * scenarios; here the certificate's own limits and rules. */
+/* Extensions, cA, key usage and the first purpose are pinned by the item
+ * tests and the scenarios; here the certificate's own limits and rules. */
 TEST(CertificateRecord, TakesOnlyWhatItsCapacitiesAndRulesAllow)
 {
     testpki::Key ecKey(EVP_EC_gen("P-256"));
     ASSERT_NE(ecKey.get(), nullptr);
-    const std::vector<std::pair<std::string, std::string>> others = {
-        {"subjectKeyIdentifier", "hash"}, {"authorityKeyIdentifier", "keyid"}, {"subjectAltName", "DNS:a.example"},
-        {"1.3.6.1.4.1.99999.1", "critical,DER:05:00"}, {"keyUsage", "keyCertSign"}};
     /* name: RDNs, attributes of the first */
-    const struct { const char *name; bool exts; long version; std::string subject; EVP_PKEY *key; uint32_t code;
-                   uint32_t keyUsage, rdns, attrs; } cases[] = {
-        {"other extensions are stepped over", true, 2, "CN=a", nullptr, VEXA_OK, 0x04, 1, 1},
-        {"ten RDNs", false, 2, NameOf(10, false), nullptr, VEXA_OK, 0, 10, 1},
-        {"eleven RDNs", false, 2, NameOf(11, false), nullptr, VEXA_ERR_ASN_LIST, 0, 0, 0},
-        {"ten attributes in one RDN", false, 2, NameOf(10, true), nullptr, VEXA_OK, 0, 1, 10},
-        {"eleven attributes in one RDN", false, 2, NameOf(11, true), nullptr, VEXA_ERR_ASN_LIST, 0, 0, 0},
-        {"version 1 has no version field", false, 0, "CN=v1", nullptr, VEXA_ERR_ASN_SEQ, 0, 0, 0},
-        {"version 2", false, 1, "CN=v2", nullptr, VEXA_OK, 0, 1, 1},
-        {"an EC key is no RSAPublicKey", false, 2, "CN=ec", ecKey.get(), VEXA_ERR_ASN_TAG, 0, 0, 0},
+    const struct { const char *name; long version; std::string subject; EVP_PKEY *key; uint32_t code; uint32_t rdns,
+                   attrs; } cases[] = {
+        {"ten RDNs", 2, NameOf(10, false), nullptr, VEXA_OK, 10, 1},
+        {"eleven RDNs", 2, NameOf(11, false), nullptr, VEXA_ERR_ASN_LIST, 0, 0},
+        {"ten attributes in one RDN", 2, NameOf(10, true), nullptr, VEXA_OK, 1, 10},
+        {"eleven attributes in one RDN", 2, NameOf(11, true), nullptr, VEXA_ERR_ASN_LIST, 0, 0},
+        {"version 1 has no version field", 0, "CN=v1", nullptr, VEXA_ERR_ASN_SEQ, 0, 0},
+        {"version 2", 1, "CN=v2", nullptr, VEXA_OK, 1, 1},
+        {"an EC key is no RSAPublicKey", 2, "CN=ec", ecKey.get(), VEXA_ERR_ASN_TAG, 0, 0},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         testpki::CertSpec def;
-        if (c.exts) {
-            def.extensions = others;
-        }
         def.version = c.version;
         def.subject = c.subject;
         def.key = c.key;
@@ -88,7 +80,6 @@ TEST(CertificateRecord, TakesOnlyWhatItsCapacitiesAndRulesAllow)
         ASSERT_EQ(h.code, c.code);
         if (c.code == VEXA_OK) {
             const VexaX509TbsCert &tbs = h.rec->tbsCertificate;
-            EXPECT_EQ(tbs.extensions.keyUsage, c.keyUsage);
             EXPECT_EQ(tbs.subject.count, c.rdns);
             EXPECT_EQ(tbs.subject.rdns[0].count, c.attrs);
             EXPECT_EQ(View(tbs.serialNumber), (Bytes{0x9A, 0x00, 0x01}));
@@ -102,38 +93,15 @@ TEST(CertificateRecord, OnlyAUniversalSequenceViewIsACertificate)
     const uint32_t len = static_cast<uint32_t>(a.size());
     VexaX509Cert *cert = nullptr;
     uint32_t consumed = 0;
-    for (const VexaAsnOcts &v : {VexaAsnOcts{len, 0, 1, 16, a.data()}, VexaAsnOcts{len, 2, 1, 16, a.data()},
-                                 VexaAsnOcts{len, 0, 0, 16, a.data()}, VexaAsnOcts{len, 0, 1, 17, a.data()}}) {
-        EXPECT_EQ(VexaX509DecodeCertFromOcts(&v, &cert, &consumed), Ident(v) == 0x30 ? VEXA_OK : VEXA_ERR_CERT_FORMAT);
+    /* a universal constructed SEQUENCE, then one field changed each */
+    const VexaAsnOcts views[] = {{len, 0, 1, 16, a.data()}, {len, 2, 1, 16, a.data()}, {len, 0, 0, 16, a.data()},
+                                 {len, 0, 1, 17, a.data()}};
+    for (const VexaAsnOcts &v : views) {
+        EXPECT_EQ(VexaX509DecodeCertFromOcts(&v, &cert, &consumed), &v == views ? VEXA_OK : VEXA_ERR_CERT_FORMAT);
         VexaX509FreeCert(cert);
         cert = nullptr;
     }
     EXPECT_EQ(VexaX509DecodeCert(nullptr, 10, &cert, &consumed), VEXA_ERR_PARAM);
-}
-
-/* Every prefix and every single-octet change of real DER decodes or fails
- * cleanly; run under the address sanitizer this shows no read leaves the
- * input. */
-template <class H>
-void Mangle(const Bytes &der)
-{
-    for (size_t n = 1; n < der.size(); n++) {
-        EXPECT_NE(H(Bytes(der.begin(), der.begin() + static_cast<long>(n))).code, VEXA_OK) << "prefix of " << n;
-    }
-    for (size_t i = 0; i < der.size(); i++) {
-        for (uint8_t x : {0x01, 0x80, 0xFF}) {
-            Bytes copy = der;
-            copy[i] ^= x;
-            EXPECT_LE(H(copy).consumed, copy.size());
-        }
-    }
-}
-
-TEST(DecoderRobustness, TruncatedOrCorruptedInputFailsCleanly)
-{
-    Mangle<HeldCert>(Fixture("pki/int.der"));
-    Mangle<HeldCrl>(Fixture("crl/root_indirect.crl"));
-    Mangle<HeldCms>(Fixture("sig/valid.der")); /* with a time-stamp token */
 }
 
 /* 20 and 21 entries and a CRL without version run through operation 2 in the
@@ -149,12 +117,10 @@ TEST(CrlRecord, HoldsTheFieldsLibcryptoWroteAndRefusesAMissingNextUpdate)
     const struct { const char *name; int revoked; int reason; int64_t nextUpdate; bool indirect; uint32_t code;
                    uint32_t idp; } cases[] = {
         {"two reasons and an IDP", 2, CRL_REASON_KEY_COMPROMISE, kNext, true, VEXA_OK, 110},
-        {"no revoked entries", 0, 1, kNext, false, VEXA_OK, 0},
         {"entries without a reason", 2, -1, kNext, false, VEXA_OK, 0},
         {"nextUpdate as GeneralizedTime", 1, 1, 2840140800, false, VEXA_OK, 0},
         {"no nextUpdate, revoked list follows", 2, 1, 0, false, VEXA_ERR_ASN_OCTS_TAG, 0},
         {"no nextUpdate, extensions follow", 0, 1, 0, true, VEXA_ERR_ASN_OCTS_TAG, 0},
-        {"no nextUpdate, nothing follows", 0, 1, 0, false, VEXA_ERR_ASN_SEQ, 0},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
