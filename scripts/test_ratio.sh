@@ -9,4 +9,5 @@ count() {
 }
 tests=$(count tests fuzz)
 all=$(count .)
-echo "test code: $tests lines; other code: $((all - tests)) lines; ratio $((100 * tests / (all - tests)))%"
+ratio=$((1000 * tests / (all - tests)))
+echo "test code: $tests lines; other code: $((all - tests)) lines; ratio $((ratio / 10)).$((ratio % 10))%"

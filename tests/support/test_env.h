@@ -17,6 +17,17 @@ namespace testenv {
 using Bytes = std::vector<unsigned char>;
 using Lines = std::vector<std::string>;
 
+/* Sanitizer builds: several times slower, and no address-space limit can
+ * hold their shadow memory. */
+#ifndef __has_feature
+#define __has_feature(x) 0
+#endif
+#if defined(__SANITIZE_ADDRESS__) || __has_feature(address_sanitizer)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
 /* Log directory and files of the test build, relative to the working dir. */
 constexpr const char kLogDir[] = "upgradetool-log";
 constexpr const char kLogPath[] = "upgradetool-log/upgrade_crl.log";

@@ -16,15 +16,6 @@ namespace {
 
 using namespace testenv;
 
-#ifndef __has_feature
-#define __has_feature(x) 0
-#endif
-#if defined(__SANITIZE_ADDRESS__) || __has_feature(address_sanitizer)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
-
 constexpr uint64_t kMaxImage = 0xFFFFFFFFull; /* 4 GiB - 1 */
 constexpr uint64_t kMiB = 1024 * 1024;
 

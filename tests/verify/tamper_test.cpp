@@ -51,14 +51,7 @@ constexpr Range kAccepted[] = {
 
 /* Sanitizer builds run several times slower: there each byte gets one flip,
  * of a bit that moves along with the offset, so every byte is still tried. */
-#ifndef __has_feature
-#define __has_feature(x) 0
-#endif
-#if defined(__SANITIZE_ADDRESS__) || __has_feature(address_sanitizer)
-constexpr bool kOneBitPerByte = true;
-#else
-constexpr bool kOneBitPerByte = false;
-#endif
+constexpr bool kOneBitPerByte = testenv::kSanitized;
 
 TEST(TamperTest, EverySignedBitFlipIsRefused)
 {
