@@ -61,8 +61,14 @@ TEST_F(ContextTest, EveryOperationChecksItsParameters)
         ROW(Create(71), kSize), ROW(Create(73), kSize), ROW(Create(384), kSize), ROW(Create(72), VEXA_OK),
         ROW(VexaVerifyCreateCtx(nullptr, &params), kParam), ROW(VexaVerifyCreateCtx(&made, nullptr), kParam),
         ROW(VexaVerifyDestroyCtx(nullptr), kParam),
-        /* one guard checks the context of all the others */
-        ROW(VexaVerifyAddCert(nullptr, d, 9), kNull), ROW(VexaVerifyAddCert(&forged, d, 9), kSize),
+        /* one guard checks a context that was never created; each entry must call it */
+        ROW(VexaVerifyAddCert(&forged, d, 9), kSize), ROW(VexaVerifyAddCert(nullptr, d, 9), kNull),
+        ROW(VexaVerifyAddCrl(nullptr, d, 9), kNull), ROW(VexaVerifyAddCertFile(nullptr, "x"), kNull),
+        ROW(VexaVerifyDetachSignatureBegin(nullptr, d, 9), kNull),
+        ROW(VexaVerifyDetachSignatureUpdate(nullptr, d, 1), kNull),
+        ROW(VexaVerifyDetachSignatureFinal(nullptr, &v), kNull),
+        ROW(VexaVerifyDetachSignatureQuick(nullptr, "c", "s", &v), kNull),
+        ROW(VexaDecodeCrl(nullptr, d, 9, &scratch), kNull), ROW(VexaCrlCompare(nullptr, list, list, &v), kNull),
         ROW(VexaVerifyAddCert(ctx, nullptr, 9), kParam), ROW(VexaVerifyAddCert(ctx, d, 0), kParam),
         ROW(VexaVerifyAddCrl(ctx, nullptr, 9), kParam), ROW(VexaVerifyAddCrl(ctx, d, 0), kParam),
         ROW(VexaVerifyAddCertFile(ctx, nullptr), kParam),
