@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 /* A whole operation 3: the first part is the CRL file, the second the
- * image's trailer (signature, content and CRL blocks). The image is written
- * around the trailer with an empty body as a sparse file, read back by the
- * tool's own image reader (which fills only the header and trailer regions),
- * located, and verified with the library calls operation 3 makes. */
+ * image's trailer (signature, content and CRL blocks). The CRL file, and the
+ * image around the trailer with an empty body as a sparse file, are written
+ * to tmpfs and handed to operation 3's own function, which reads them back
+ * (the image reader fills only the header and trailer regions). */
 #include <fcntl.h>
 #include <stddef.h>
 #include <stdint.h>
@@ -20,21 +20,24 @@ namespace {
 
 constexpr uint64_t kTrailer = image::TrailerOffset(0);
 /* On tmpfs: truncating a file on a disk file system per input costs more than
- * the verification. One file per process, so parallel jobs do not collide. */
-char g_path[64];
+ * the verification. Files per process, so parallel jobs do not collide. */
+char g_image[64];
+char g_crl[64];
 
-void RemoveImage()
+void RemoveFiles()
 {
-    (void)unlink(g_path);
+    (void)unlink(g_image);
+    (void)unlink(g_crl);
 }
 
 const char *ImagePath()
 {
-    if (g_path[0] == '\0') {
-        (void)snprintf(g_path, sizeof(g_path), "/dev/shm/checktool-fuzz-image-%ld.bin", static_cast<long>(getpid()));
-        (void)atexit(RemoveImage);
+    if (g_image[0] == '\0') {
+        (void)snprintf(g_image, sizeof(g_image), "/dev/shm/checktool-fuzz-image-%ld.bin", static_cast<long>(getpid()));
+        (void)snprintf(g_crl, sizeof(g_crl), "/dev/shm/checktool-fuzz-crl-%ld.der", static_cast<long>(getpid()));
+        (void)atexit(RemoveFiles);
     }
-    return g_path;
+    return g_image;
 }
 
 /* The header's magic and the trailer at their offsets; the rest is a hole. */
@@ -55,25 +58,14 @@ bool WriteImage(const uint8_t *trailer, uint32_t trailerLen)
     return close(fd) == 0 && ok;
 }
 
-uint32_t Verify(const CmsFileInfo *info, const uint8_t *crl, uint32_t crlLen)
+bool WriteCrl(const uint8_t *crl, uint32_t crlLen)
 {
-    VexaVerifyCtx *ctx = fuzz::CtxWithRoot();
-    if (ctx == nullptr) {
-        return 1;
+    const int fd = open(g_crl, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        return false;
     }
-    uint32_t ret = VexaVerifyAddCrl(ctx, crl, crlLen);
-    if (ret == VEXA_OK) {
-        ret = VexaVerifyDetachSignatureBegin(ctx, info->signature, info->signatureLen);
-    }
-    if (ret == VEXA_OK) {
-        ret = VexaVerifyDetachSignatureUpdate(ctx, info->content, info->contentLen);
-    }
-    if (ret == VEXA_OK) {
-        uint32_t verdict = 0;
-        ret = VexaVerifyDetachSignatureFinal(ctx, &verdict);
-    }
-    (void)VexaVerifyDestroyCtx(ctx);
-    return ret;
+    const bool ok = crlLen == 0 || write(fd, crl, crlLen) == static_cast<ssize_t>(crlLen);
+    return close(fd) == 0 && ok;
 }
 
 } // namespace
@@ -81,15 +73,12 @@ uint32_t Verify(const CmsFileInfo *info, const uint8_t *crl, uint32_t crlLen)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const fuzz::Parts parts = fuzz::Split(data, size);
-    if (!WriteImage(parts.b, parts.bLen)) {
-        return 0;
+    if (WriteImage(parts.b, parts.bLen) && WriteCrl(parts.a, parts.aLen)) {
+        InputFileSet files = {};
+        (void)verify_image_with_crl(ImagePath(), g_crl, &files);
+        VexaFree(files.image);
+        VexaFree(files.imageTrailer);
+        VexaFree(files.updateCrl);
     }
-    InputFileSet files = {};
-    CmsFileInfo info = {};
-    if (parse_image_file(ImagePath(), &files, &info) == VEXA_OK) {
-        (void)Verify(&info, parts.a, parts.aLen);
-    }
-    VexaFree(files.image);
-    VexaFree(files.imageTrailer);
     return 0;
 }
