@@ -35,13 +35,10 @@ def main():
     out = pathlib.Path(sys.argv[2])
     if out.exists():
         shutil.rmtree(out)
-    seeds = {}
 
     def put(target, name, data):
-        d = out / target
-        d.mkdir(parents=True, exist_ok=True)
-        (d / name).write_bytes(data)
-        seeds[target] = seeds.get(target, 0) + 1
+        (out / target).mkdir(parents=True, exist_ok=True)
+        (out / target / name).write_bytes(data)
 
     crlfiles = sorted((src / "crlfiles").iterdir())
     images = sorted((src / "images").glob("*.img"))
@@ -59,7 +56,7 @@ def main():
     for f in crlfiles:
         put("verify_image", "valid__" + f.name, two_parts(f.read_bytes(), valid))
 
-    (out / ".stamp").write_text("".join("%s %d\n" % kv for kv in sorted(seeds.items())))
+    (out / ".stamp").touch()
 
 
 if __name__ == "__main__":

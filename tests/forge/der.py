@@ -19,14 +19,9 @@ def parse(b, pos=0):
     return [tag, kids, end]
 
 
-def length(n):
-    if n < 0x80:
-        return bytes([n])
-    raw = n.to_bytes((n.bit_length() + 7) // 8, "big")
-    return bytes([0x80 | len(raw)]) + raw
-
-
 def der(node):
     tag, body = node[0], node[1]
     content = b"".join(der(k) for k in body) if isinstance(body, list) else body
-    return bytes([tag]) + length(len(content)) + content
+    n, size = len(content), (len(content).bit_length() + 7) // 8
+    head = bytes([n]) if n < 0x80 else bytes([0x80 | size]) + n.to_bytes(size, "big")
+    return bytes([tag]) + head + content

@@ -127,18 +127,14 @@ for name in "${scenarios[@]}"; do
   echo "checktool $op ${argv[*]}: exit status $rc (expected $((expect & 255)))"
   [ "$rc" = $((expect & 255)) ] || failed=1
 done
-rc=0
-in_root 9 > /dev/null || rc=$?
-echo "checktool 9: exit status $rc (expected 255)"
-[ "$rc" = 255 ] && [ $failed = 0 ] || fail "the packaged tool gave unexpected results"
+[ $failed = 0 ] || fail "the packaged tool gave unexpected results"
 
 log=$root/var/log/upgradetool/upgrade_crl.log
 [ -f "$log" ] || fail "no log in the root"
 [ "$(stat -c %a "${log%/*}")" = 750 ] || fail "log directory mode $(stat -c %a "${log%/*}")"
 [ "$(stat -c %a "$log")" = 600 ] || fail "log mode $(stat -c %a "$log")"
-[ "$(grep -c 'SUGGESTION root .* CHECK_TOOL: return result: ' "$log")" = $((${#scenarios[@]} + 1)) ] ||
+[ "$(grep -c 'SUGGESTION root .* CHECK_TOOL: return result: ' "$log")" = ${#scenarios[@]} ] ||
   fail "log lacks a result line per run"
-grep -q 'CHECK_TOOL: input op_type(9) invalid\.$' "$log" || fail "log lacks the op_type line"
 
 dpkg --root="$root" --force-script-chrootless -r checktool > "$work/dpkg-remove.log" 2>&1 ||
   { cat "$work/dpkg-remove.log"; fail "dpkg -r"; }

@@ -56,8 +56,6 @@ inline uint32_t Len(const Bytes &b) { return static_cast<uint32_t>(b.size()); }
 /* Lines of the log with the header up to "CHECK_TOOL: " removed; with
  * `level`, each keeps its level in front ("MAJOR text"). */
 Lines LogMessages(const std::string &logPath = kLogPath, bool level = false);
-/* A result code as the log prints it: a signed decimal. */
-inline std::string Signed(uint32_t code) { return std::to_string(static_cast<int32_t>(code)); }
 
 struct RunResult {
     int status;          /* exit status, or -1 when it did not exit normally */

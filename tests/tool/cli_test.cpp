@@ -225,7 +225,7 @@ TEST_F(Cli, OperationsEndWithTheirStatusOutputAndLogLines)
         EXPECT_EQ(ReadFile("out"), c.out);
         Lines want = c.lines;
         want.insert(want.begin(), "MAJOR " + Request(c.args));
-        want.push_back("SUGGESTION return result: " + Signed(c.result) + ".");
+        want.push_back("SUGGESTION return result: " + std::to_string(static_cast<int32_t>(c.result)) + ".");
         EXPECT_EQ(LogMessages(kLogPath, true), want);
     }
 }
