@@ -130,17 +130,6 @@ TEST_F(OplogTest, MissingDirectoryPrintsNoticesPerLine)
     EXPECT_EQ(::testing::internal::GetCapturedStdout(), notice + notice);
 }
 
-TEST_F(OplogTest, TimeStringIsLeftEmptyWithoutRoom)
-{
-    char buf[LOG_TIME_BUF_SIZE] = {0};
-    get_time_str(sizeof buf, buf);
-    EXPECT_EQ(strlen(buf), 19u);
-    char tiny[8] = {0};
-    get_time_str(sizeof tiny, tiny);
-    EXPECT_STREQ(tiny, "") << "a time that does not fit is not written truncated";
-    get_time_str(LOG_TIME_BUF_SIZE, nullptr);
-}
-
 /* A rotation opened the lock file with O_CREAT through whatever link was
  * there, so a root run created (or truncated) any file it named. */
 TEST_F(OplogTest, LockFileLinkIsNeverFollowed)
