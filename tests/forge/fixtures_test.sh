@@ -7,9 +7,8 @@
 set -uo pipefail
 data=$1 dev_root=$2
 cd "$data" || exit 1
-failures=0 checks=0
+failures=0
 fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
-check() { checks=$((checks + 1)); }
 
 # (That the files, MANIFEST.sha256 included, are what the script makes is
 # reproduce_test.sh's to check.)
@@ -23,7 +22,6 @@ row_no=0
 while IFS= read -r line; do
   case "$line" in '#'*|'') continue ;; esac
   row_no=$((row_no + 1))
-  check
   IFS=$'\t' read -r -a f <<< "$line"
   [ "${#f[@]}" = 6 ] || { fail "row $row_no has ${#f[@]} fields, not 6: $line"; continue; }
   name=${f[0]} op=${f[1]} args=${f[2]} blocks=${f[3]} expect=${f[4]} about=${f[5]}
@@ -59,7 +57,6 @@ done < scenarios.txt
 
 # Images, signatures, CRL files and contents are all used; keys,
 # certificates, single CRLs and the body are what they are made of.
-check
 while IFS= read -r file; do
   case "$file" in images/*|sig/*|crlfiles/*|content/*)
     [ -n "${used_file[$file]:-}" ] || fail "$file is used by no scenario" ;;
@@ -72,11 +69,9 @@ for needed in valid signer_revoked intermediate_revoked signer_expired_before_ge
     tsa_codesign_eku signer_ts_eku signer_no_digital_signature unrelated_root \
     no_intermediate_crl expired_crl sha1_digest three_certs two_signers valid_cms_pem \
     valid_pkcs7_pem valid_pem_crlfile content_changed compare_update_newer compare_device_newer; do
-  check
   [ -n "${seen_name[$needed]:-}" ] || fail "no scenario named $needed"
 done
-check
 cmp -s "$dev_root" pki/root.der || fail "$dev_root is not the fixtures' root (run forge/make_fixtures.sh)"
 
-echo "$((checks - failures)) passed, $failures failed"
+echo "$failures failed"
 [ "$failures" = 0 ]

@@ -21,23 +21,14 @@ constexpr uint64_t kMiB = 1024 * 1024;
 
 /* Neither a sanitizer's shadow memory nor an emulator running a cross-built
  * tool (qemu-user reserves 128 MiB for its own code) fits in 32 MiB. */
-#ifdef CHECKTOOL_TESTS_EMULATED
-constexpr bool kEmulated = true;
-#else
-constexpr bool kEmulated = false;
-#endif
 #define SKIP_WITHOUT_LIMITED_RUNS()                                                     \
-    if (kSanitized || kEmulated) {                                                      \
+    if (kSanitized || CHECKTOOL_TESTS_EMULATED) {                                       \
         GTEST_SKIP() << "an address-space limit of 32 MiB cannot hold this build's tool"; \
     }
 
+/* Operations 0 and 4 write to "out", which must exist. */
 class LargeImageTest : public TempDirTest {
-protected:
-    void SetUp() override
-    {
-        TempDirTest::SetUp();
-        WriteFile("out", "");
-    }
+    void SetUp() override { TempDirTest::SetUp(); WriteFile("out", ""); }
 };
 
 /* The fixture image's header, NV counter record and trailer placed for a
