@@ -23,10 +23,9 @@ start=$SECONDS
 "$top/scripts/deps.sh"
 
 # ---- packages: cross compiler, qemu, the arm64 libraries to link and run ---------
-# forge links libcurl and libp11 for the target as well (its PKCS#11 test
-# needs a SoftHSM2 module of the target and does not run in a cross build).
-pkgs=("g++-$triple" qemu-user-static libssl-dev:arm64 libgtest-dev:arm64 libstdc++6:arm64
-      libcurl4-openssl-dev:arm64 libp11-dev:arm64)
+# Only what the device build links: forge (libcurl, libp11) is a host tool
+# and stays out, and libp11-dev cannot be installed for two architectures.
+pkgs=("g++-$triple" qemu-user-static libssl-dev:arm64 libgtest-dev:arm64 libstdc++6:arm64)
 need_update=0
 if ! dpkg --print-foreign-architectures | grep -qx arm64; then
   dpkg --add-architecture arm64
