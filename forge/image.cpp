@@ -7,34 +7,14 @@
 #include <algorithm>
 
 #include "forge.h"
+#include "image_layout.h"
 
 namespace forge {
 
 namespace {
 
-/* Image layout, little-endian throughout. */
-constexpr size_t kHeaderRegion = 0x10000;
-constexpr size_t kBodyLenOffset = 0x460;
-constexpr size_t kMagicOffset = 0x490;
-constexpr uint64_t kMagic = 0xABCD1234AA55AA55ull;
-constexpr size_t kBlockHeader = 16;
-constexpr size_t kBlockLenField = 12;
-constexpr size_t kSignatureBlock = 0x0000;
-constexpr size_t kContentBlock = 0x2000;
-constexpr size_t kCrlBlock = 0x2800;
-constexpr size_t kSignatureRoom = kContentBlock - kSignatureBlock - kBlockHeader;
-constexpr size_t kContentRoom = kCrlBlock - kContentBlock - kBlockHeader;
-constexpr uint32_t kNvcntFlag = 0x5A5AA5A5u;
-static_assert(kSignatureRoom == 8176 && kContentRoom == 2032, "block rooms");
-
-/* The second 16-byte boundary after the body. */
-constexpr uint64_t TrailerOffset(uint32_t bodyLen)
-{
-    return kHeaderRegion + static_cast<uint64_t>(bodyLen) + 32 - (bodyLen % 16);
-}
-static_assert(TrailerOffset(0x1000) == 0x11020 && TrailerOffset(0x100F) == 0x11020 &&
-                  TrailerOffset(0x1010) == 0x11030,
-              "trailer offsets");
+/* The layout checktool reads (little-endian throughout). */
+using namespace image;
 
 const OptSpec kBodyOpts[] = {
     {"in", "FILE", "payload bytes"},
@@ -186,7 +166,7 @@ uint32_t RunImage(const Args &args)
         return kErrLayout;
     }
     if (sig.size() > kSignatureRoom || content.size() > kContentRoom) {
-        Fail("signature (%zu bytes, room %zu) or content (%zu bytes, room %zu) too large",
+        Fail("signature (%zu bytes, room %u) or content (%zu bytes, room %u) too large",
              sig.size(), kSignatureRoom, content.size(), kContentRoom);
         return kErrLayout;
     }

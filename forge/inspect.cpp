@@ -16,6 +16,7 @@
 #include <openssl/x509v3.h>
 
 #include "forge.h"
+#include "image_layout.h"
 #include "inspect.h"
 
 namespace forge {
@@ -24,17 +25,8 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr uint64_t kHeaderRegion = 0x10000;
-constexpr uint64_t kBodyLenOffset = 0x460;
-constexpr uint64_t kMagicOffset = 0x490;
-constexpr uint64_t kMinImage = kMagicOffset + 8;
-constexpr uint8_t kMagicLe[8] = {0x55, 0xAA, 0x55, 0xAA, 0x34, 0x12, 0xCD, 0xAB};
-constexpr uint64_t kBlockHeader = 16;
-constexpr uint64_t kContentBlock = 0x2000;
-constexpr uint64_t kCrlBlock = 0x2800;
-constexpr uint32_t kSignatureRoom = 8176;
-constexpr uint32_t kContentRoom = 2032;
-constexpr uint32_t kNvcntFlag = 0x5A5AA5A5u;
+/* The layout exactly as checktool reads it. */
+using namespace image;
 constexpr uint64_t kMaxCrlBlockRead = 16 * 1024 * 1024; /* inspected CRLs are small; the rest is reported */
 constexpr size_t kGenTimeWholeSeconds = 15;
 
@@ -48,12 +40,6 @@ bool ReadAt(const ImageFile &img, uint64_t offset, uint64_t len, Bytes *out)
     out->assign(static_cast<size_t>(len), 0);
     return offset <= img.size && len <= img.size - offset && fseeko(img.file, static_cast<off_t>(offset), SEEK_SET) == 0 &&
            fread(out->data(), 1, out->size(), img.file) == out->size();
-}
-
-uint32_t Le32(const Bytes &b, size_t at)
-{
-    return static_cast<uint32_t>(b[at]) | static_cast<uint32_t>(b[at + 1]) << 8 | static_cast<uint32_t>(b[at + 2]) << 16 |
-           static_cast<uint32_t>(b[at + 3]) << 24;
 }
 
 std::string BioText(void (*print)(BIO *, const void *), const void *what)
@@ -420,7 +406,7 @@ void CrlBlockReport(const Bytes &block, uint64_t base, Json *report)
 
 Json BlockReport(const Bytes &header, uint64_t at, uint32_t room, uint64_t size)
 {
-    const uint32_t len = Le32(header, 12);
+    const uint32_t len = LoadLe32(header.data() + kBlockLenField);
     return {{"offset", at}, {"length", len}, {"room", room}, {"fitsRoom", room == 0 || len <= room},
             {"insideFile", at + kBlockHeader <= size && len <= size - at - kBlockHeader}};
 }
@@ -486,19 +472,20 @@ uint32_t RunInspect(const Args &args)
     img.size = static_cast<uint64_t>(ftello(img.file));
     Json report = {{"image", {{"path", path}, {"size", img.size}}}, {"refusedEncodings", Json::array()}};
     Bytes header;
-    if (!ReadAt(img, 0, kMinImage, &header)) {
+    if (!ReadAt(img, 0, kMinImageSize, &header)) {
         report["layout"] = {{"error", "shorter than the header (0x498 bytes)"}};
     } else {
-        const uint32_t bodyLen = Le32(header, kBodyLenOffset);
-        const uint64_t trailer = kHeaderRegion + bodyLen + 32 - bodyLen % 16;
-        const bool magic = memcmp(header.data() + kMagicOffset, kMagicLe, sizeof(kMagicLe)) == 0;
+        const uint32_t bodyLen = LoadLe32(header.data() + kBodyLenOffset);
+        const uint64_t trailer = TrailerOffset(bodyLen);
+        const bool magic = LoadLe64(header.data() + kMagicOffset) == kMagic;
         Json layout = {{"bodyLength", bodyLen}, {"trailerOffset", trailer}, {"magic", magic}};
         Bytes record;
-        if (ReadAt(img, kHeaderRegion + bodyLen - 8, 8, &record)) {
-            report["nvCounter"] = {{"present", Le32(record, 0) == kNvcntFlag}, {"value", Le32(record, 4)}};
+        if (ReadAt(img, kHeaderRegion + bodyLen - kNvcntRecordSize, kNvcntRecordSize, &record)) {
+            report["nvCounter"] = {{"present", LoadLe32(record.data()) == kNvcntFlag},
+                                   {"value", LoadLe32(record.data() + 4)}};
         }
         Bytes blocks;
-        if (!magic || !ReadAt(img, trailer, kCrlBlock + kBlockHeader, &blocks)) {
+        if (!magic || !ReadAt(img, trailer, kTrailerRead, &blocks)) {
             layout["error"] = magic ? "the trailer's block headers lie past the end of the file" : "no trailer magic";
             report["layout"] = layout;
         } else {
@@ -509,8 +496,8 @@ uint32_t RunInspect(const Args &args)
             layout["content"] = BlockReport(contentHeader, trailer + kContentBlock, kContentRoom, img.size);
             layout["crl"] = BlockReport(crlHeader, trailer + kCrlBlock, 0, img.size);
             report["layout"] = layout;
-            const uint32_t sigLen = Le32(sigHeader, 12);
-            const uint32_t contentLen = Le32(contentHeader, 12);
+            const uint32_t sigLen = LoadLe32(sigHeader.data() + kBlockLenField);
+            const uint32_t contentLen = LoadLe32(contentHeader.data() + kBlockLenField);
             if (sigLen <= kSignatureRoom && contentLen <= kContentRoom &&
                 layout["crl"]["insideFile"].get<bool>()) {
                 vin.layoutCode = 0;
@@ -522,7 +509,7 @@ uint32_t RunInspect(const Args &args)
                 SignatureReport(Bytes(blocks.begin() + kBlockHeader, blocks.begin() + kBlockHeader + sigLen),
                                 trailer + kBlockHeader, &report);
             }
-            const uint32_t crlLen = Le32(crlHeader, 12);
+            const uint32_t crlLen = LoadLe32(crlHeader.data() + kBlockLenField);
             Bytes crl;
             if (crlLen <= kMaxCrlBlockRead && ReadAt(img, trailer + kCrlBlock + kBlockHeader, crlLen, &crl)) {
                 CrlBlockReport(crl, trailer + kCrlBlock + kBlockHeader, &report);
