@@ -56,12 +56,16 @@ std::string BioText(void (*print)(BIO *, const void *), const void *what)
     return text;
 }
 
+} // namespace
+
 std::string NameText(const X509_NAME *name)
 {
     return BioText([](BIO *b, const void *n) {
         X509_NAME_print_ex(b, static_cast<const X509_NAME *>(n), 0, XN_FLAG_RFC2253 & ~ASN1_STRFLGS_ESC_MSB);
     }, name);
 }
+
+namespace {
 
 std::string TimeText(const ASN1_TIME *t)
 {

@@ -21,6 +21,9 @@ struct VerifyInputs {
     std::vector<X509 *> pathCerts; /* the signature's and the token's certificates (not owned) */
 };
 
+/* A name as RFC 2253 text, the form every part of the report uses. */
+std::string NameText(const X509_NAME *name);
+
 /* Runs checktool 3's verification with the given root; adds the
  * "verification" section; returns the result code checktool 3 ends with,
  * or a forge code for a root that cannot be read. */

@@ -168,17 +168,6 @@ std::string Text(const ASN1_TIME *t)
     return buf;
 }
 
-std::string Name(const X509_NAME *name)
-{
-    BIO *bio = BIO_new(BIO_s_mem());
-    X509_NAME_print_ex(bio, name, 0, XN_FLAG_RFC2253 & ~ASN1_STRFLGS_ESC_MSB);
-    char *data = nullptr;
-    const long len = BIO_get_mem_data(bio, &data);
-    std::string text(data, static_cast<size_t>(len > 0 ? len : 0));
-    BIO_free(bio);
-    return text;
-}
-
 const char *ReasonName(long reason)
 {
     static const char *const kNames[] = {"unspecified",          "keyCompromise",   "cACompromise",
@@ -202,7 +191,7 @@ std::vector<std::string> Concerned(uint32_t code, const std::vector<X509 *> &pat
             continue;
         }
         seen.push_back(cert);
-        const std::string subject = Name(X509_get_subject_name(cert));
+        const std::string subject = NameText(X509_get_subject_name(cert));
         if (code == VEXA_ERR_REVOKED) {
             for (X509_CRL *crl : crls) {
                 ISSUING_DIST_POINT *idp = static_cast<ISSUING_DIST_POINT *>(
@@ -229,7 +218,7 @@ std::vector<std::string> Concerned(uint32_t code, const std::vector<X509 *> &pat
                 char scoreText[8];
                 snprintf(scoreText, sizeof(scoreText), "0x%02X", score);
                 found.push_back("'" + subject + "' revoked at " + Text(X509_REVOKED_get0_revocationDate(entry)) + " (" +
-                                why + ") by the CRL of '" + Name(X509_CRL_get_issuer(crl)) + "' (thisUpdate " +
+                                why + ") by the CRL of '" + NameText(X509_CRL_get_issuer(crl)) + "' (thisUpdate " +
                                 Text(X509_CRL_get0_lastUpdate(crl)) + ", score " + scoreText + ")");
             }
         } else if (code == VEXA_ERR_EXPIRED && genTime != nullptr && ASN1_TIME_compare(X509_get0_notAfter(cert), genTime) < 0) {
@@ -276,8 +265,8 @@ std::vector<std::string> Concerned(uint32_t code, const std::vector<X509 *> &pat
                 }
             }
             if (!covered) {
-                found.push_back("no CRL of '" + Name(X509_get_issuer_name(cert)) + "' qualifies for '" + subject + "'" +
-                                (why.empty() ? std::string(": the file has none") : ": " + why));
+                found.push_back("no CRL of '" + NameText(X509_get_issuer_name(cert)) + "' qualifies for '" + subject +
+                                "'" + (why.empty() ? std::string(": the file has none") : ": " + why));
             }
         }
     }
