@@ -76,42 +76,6 @@ uint32_t BuildRequest(const EVP_MD *md, const Bytes &hash, std::unique_ptr<ASN1_
     return kOk;
 }
 
-/* Where the content of the definite-length element at `pos` starts (the
- * reply has already been decoded, so it is well formed). */
-size_t ContentOf(const Bytes &der, size_t pos)
-{
-    if (pos + 2 > der.size()) {
-        return der.size();
-    }
-    const uint8_t len = der[pos + 1];
-    return pos + 2 + ((len & 0x80) != 0 ? (len & 0x7F) : 0);
-}
-
-/* One past the definite-length element at `pos`; false for anything else. */
-bool ElementEnd(const Bytes &der, size_t pos, size_t *end)
-{
-    if (pos + 2 > der.size() || der[pos + 1] == 0x80) {
-        return false;
-    }
-    size_t len = der[pos + 1];
-    const size_t start = ContentOf(der, pos);
-    if ((len & 0x80) != 0) {
-        const size_t octets = len & 0x7F;
-        if (octets > 4 || start > der.size()) {
-            return false;
-        }
-        len = 0;
-        for (size_t i = 0; i < octets; i++) {
-            len = (len << 8) | der[pos + 2 + i];
-        }
-    }
-    if (len > der.size() - start) {
-        return false;
-    }
-    *end = start + len;
-    return true;
-}
-
 size_t Collect(char *data, size_t size, size_t count, void *userp)
 {
     Bytes *reply = static_cast<Bytes *>(userp);
@@ -228,19 +192,26 @@ uint32_t CheckReply(const TsaOptions &opts, const EVP_MD *md, const Bytes &hash,
         return rc;
     }
     /* The token goes in as the service sent it, and only if that is the DER
-     * checktool reads: its bytes are the second element of the reply. */
-    size_t statusEnd = 0;
-    size_t tokenEnd = 0;
+     * checktool reads: its bytes are the second element of the reply, after
+     * a status of definite length. */
+    BerParser parser{reply, {}, 0, false};
+    BerNode root;
+    const BerNode *statusNode = nullptr;
+    const BerNode *sent = nullptr;
+    if (ParseBer(&parser, 0, reply.size(), 0, &root) && root.children.size() >= 2) {
+        statusNode = &root.children[0];
+        sent = &root.children[1];
+    }
     unsigned char *der = nullptr;
     const int len = i2d_PKCS7(token, &der);
-    const bool same = len > 0 && ElementEnd(reply, ContentOf(reply, 0), &statusEnd) &&
-                      ElementEnd(reply, statusEnd, &tokenEnd) && tokenEnd - statusEnd == static_cast<size_t>(len) &&
-                      memcmp(reply.data() + statusEnd, der, static_cast<size_t>(len)) == 0;
+    const bool same = len > 0 && sent != nullptr && !statusNode->indefinite &&
+                      sent->end - sent->start == static_cast<size_t>(len) &&
+                      memcmp(reply.data() + sent->start, der, static_cast<size_t>(len)) == 0;
     OPENSSL_free(der);
     if (!same) {
         return Refuse(opts.url, "the token is not DER, which checktool requires");
     }
-    tokenDer->assign(reply.begin() + static_cast<long>(statusEnd), reply.begin() + static_cast<long>(tokenEnd));
+    tokenDer->assign(reply.begin() + static_cast<long>(sent->start), reply.begin() + static_cast<long>(sent->end));
     return kOk;
 }
 
