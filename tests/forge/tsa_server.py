@@ -13,6 +13,8 @@ import re
 import subprocess
 import sys
 
+from der import der, parse
+
 work = sys.argv[1]
 
 
@@ -27,17 +29,12 @@ def reply(section, query):
 
 
 def other_nonce(query):
-    """The same request with the last octet of its nonce changed."""
-    pos = 2 if query[1] < 0x80 else 2 + (query[1] & 0x7F)
-    seen = 0
-    while pos < len(query):
-        tag, length = query[pos], query[pos + 1]
-        if tag == 0x02 and seen >= 2:
-            end = pos + 2 + length
-            return query[:end - 1] + bytes([query[end - 1] ^ 1]) + query[end:]
-        pos += 2 + length
-        seen += 1
-    raise ValueError("no nonce")
+    """The same request with the last octet of its nonce (the INTEGER after
+    the version and the imprint) changed."""
+    root = parse(query)
+    nonce = next(k for k in root[1][2:] if k[0] == 0x02)
+    nonce[1] = nonce[1][:-1] + bytes([nonce[1][-1] ^ 1])
+    return der(root)
 
 
 class Handler(http.server.BaseHTTPRequestHandler):
