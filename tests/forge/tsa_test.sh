@@ -79,7 +79,7 @@ refused() { # mode (or a whole URL), the cause forge must name
 }
 refused fraction "whole seconds"
 refused reject "not granted"
-refused nonce "nonce"
+refused nonce "token's nonce"
 refused http500 "HTTP status 500"
 refused "http://127.0.0.1:1/" "no answer"
 echo "tsa: good token accepted by checktool 3; fractions, rejection, foreign nonce, HTTP error, no service refused"
