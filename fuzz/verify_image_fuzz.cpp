@@ -30,20 +30,10 @@ void RemoveFiles()
     (void)unlink(g_crl);
 }
 
-const char *ImagePath()
-{
-    if (g_image[0] == '\0') {
-        (void)snprintf(g_image, sizeof(g_image), "/dev/shm/checktool-fuzz-image-%ld.bin", static_cast<long>(getpid()));
-        (void)snprintf(g_crl, sizeof(g_crl), "/dev/shm/checktool-fuzz-crl-%ld.der", static_cast<long>(getpid()));
-        (void)atexit(RemoveFiles);
-    }
-    return g_image;
-}
-
 /* The header's magic and the trailer at their offsets; the rest is a hole. */
 bool WriteImage(const uint8_t *trailer, uint32_t trailerLen)
 {
-    const int fd = open(ImagePath(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    const int fd = open(g_image, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     if (fd < 0) {
         return false;
     }
@@ -70,12 +60,20 @@ bool WriteCrl(const uint8_t *crl, uint32_t crlLen)
 
 } // namespace
 
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    (void)snprintf(g_image, sizeof(g_image), "/dev/shm/checktool-fuzz-image-%ld.bin", static_cast<long>(getpid()));
+    (void)snprintf(g_crl, sizeof(g_crl), "/dev/shm/checktool-fuzz-crl-%ld.der", static_cast<long>(getpid()));
+    (void)atexit(RemoveFiles);
+    return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const fuzz::Parts parts = fuzz::Split(data, size);
     if (WriteImage(parts.b, parts.bLen) && WriteCrl(parts.a, parts.aLen)) {
         InputFileSet files = {};
-        (void)verify_image_with_crl(ImagePath(), g_crl, &files);
+        (void)verify_image_with_crl(g_image, g_crl, &files);
         VexaFree(files.image);
         VexaFree(files.imageTrailer);
         VexaFree(files.updateCrl);
