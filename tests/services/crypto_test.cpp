@@ -5,7 +5,6 @@
 #include <functional>
 #include <string>
 
-#include <openssl/bn.h>
 #include <openssl/evp.h>
 
 #include "support/pki_builder.h"
@@ -34,25 +33,13 @@ struct TestKey {
 TestKey Key(int bits)
 {
     TestKey key{testpki::SharedKey(bits)};
-    for (auto part : {std::make_pair("n", &key.n), std::make_pair("e", &key.e)}) {
-        BIGNUM *bn = nullptr;
-        EXPECT_EQ(EVP_PKEY_get_bn_param(key.pkey, part.first, &bn), 1);
-        part.second->len = static_cast<uint32_t>(BN_bn2bin(bn, part.second->bytes));
-        BN_free(bn);
-    }
+    testpki::PublicParts(key.pkey, &key.e, &key.n);
     return key;
 }
 
 Bytes Sign(const TestKey &key, uint32_t algorithm, const Bytes &msg)
 {
-    Bytes sig(VEXA_BIGINT_MAX_LEN);
-    size_t len = sig.size();
-    EVP_MD_CTX *ctx = EVP_MD_CTX_new();
-    EXPECT_EQ(EVP_DigestSignInit(ctx, nullptr, _krt_get_openssl_evpmd(algorithm), nullptr, key.pkey), 1);
-    EXPECT_EQ(EVP_DigestSign(ctx, sig.data(), &len, msg.data(), msg.size()), 1);
-    EVP_MD_CTX_free(ctx);
-    sig.resize(len);
-    return sig;
+    return testpki::SignData(key.pkey, _krt_get_openssl_evpmd(algorithm), msg);
 }
 
 /* The whole verification service, the message in 7-byte pieces so a lost

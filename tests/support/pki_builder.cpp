@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/pki_builder.h"
 
+#include <openssl/core_names.h>
 #include <openssl/rsa.h>
 #include <openssl/x509v3.h>
 
@@ -17,6 +18,28 @@ EVP_PKEY *SharedKey(int bits, int index)
         slot.reset(EVP_RSA_gen(static_cast<unsigned>(bits)));
     }
     return slot.get();
+}
+
+void PublicParts(EVP_PKEY *key, VexaBigInt *e, VexaBigInt *n)
+{
+    for (auto part : {std::make_pair(OSSL_PKEY_PARAM_RSA_E, e), std::make_pair(OSSL_PKEY_PARAM_RSA_N, n)}) {
+        BIGNUM *bn = nullptr;
+        EXPECT_EQ(EVP_PKEY_get_bn_param(key, part.first, &bn), 1);
+        part.second->len = static_cast<uint32_t>(BN_bn2bin(bn, part.second->bytes));
+        BN_free(bn);
+    }
+}
+
+Bytes SignData(EVP_PKEY *key, const EVP_MD *md, const Bytes &data)
+{
+    Bytes sig(static_cast<size_t>(EVP_PKEY_get_size(key)));
+    size_t len = sig.size();
+    EVP_MD_CTX *ctx = EVP_MD_CTX_new();
+    EXPECT_EQ(EVP_DigestSignInit(ctx, nullptr, md, nullptr, key), 1);
+    EXPECT_EQ(EVP_DigestSign(ctx, sig.data(), &len, data.data(), data.size()), 1);
+    EVP_MD_CTX_free(ctx);
+    sig.resize(len);
+    return sig;
 }
 
 namespace {

@@ -19,6 +19,7 @@
 
 #include "support/test_env.h"
 #include "vexa/vexa_asn1.h"
+#include "vexa/vexa_crypto.h"
 
 namespace testpki {
 
@@ -32,6 +33,10 @@ using Crl = std::unique_ptr<X509_CRL, Freer<X509_CRL, X509_CRL_free>>;
 
 /* One RSA key per size per test process: key generation is slow. */
 EVP_PKEY *SharedKey(int bits, int index = 0);
+/* An RSA key's public exponent and modulus as the crypto services take them. */
+void PublicParts(EVP_PKEY *key, VexaBigInt *e, VexaBigInt *n);
+/* A PKCS#1 v1.5 signature with `key` over `data` hashed with `md`. */
+Bytes SignData(EVP_PKEY *key, const EVP_MD *md, const Bytes &data);
 
 /* 2026-01-01T00:00:00Z and a day in seconds, for readable test times. */
 constexpr int64_t kT0 = 1767225600;

@@ -8,11 +8,11 @@
 #include <functional>
 #include <string>
 
-#include <openssl/core_names.h>
+#include <openssl/bn.h>
 #include <openssl/evp.h>
-#include <openssl/rsa.h>
 
 #include "asn1/der_builder.h"
+#include "support/pki_builder.h"
 #include "support/verify_env.h"
 #include "verify/input_decode.h"
 #include "vexa/vexa_crypto.h"
@@ -69,36 +69,27 @@ uint32_t ServiceVerdict(const VexaBigInt &e, const VexaBigInt &n, const Bytes &d
     return verdict;
 }
 
-/* A new key of `bits` and a real signature over `data` made with it;
+/* A real signature over `data` with the test process's key of `bits`;
  * `padded` is that signature opened with the public key: the padded digest. */
 struct SignedBy { VexaBigInt e{}, n{}; Bytes sig, padded; };
 
-SignedBy SignWithNewKey(int bits, const Bytes &data)
+SignedBy SignWithKey(int bits, const Bytes &data)
 {
     SignedBy out;
-    EVP_PKEY *key = EVP_RSA_gen(static_cast<unsigned int>(bits));
-    EVP_MD_CTX *md = EVP_MD_CTX_new();
-    size_t len = static_cast<size_t>(EVP_PKEY_get_size(key));
-    out.sig.resize(len);
-    out.padded.resize(len);
-    EXPECT_EQ(EVP_DigestSignInit(md, nullptr, EVP_sha256(), nullptr, key), 1);
-    EXPECT_EQ(EVP_DigestSign(md, out.sig.data(), &len, data.data(), data.size()), 1);
-    BIGNUM *e = nullptr;
-    BIGNUM *n = nullptr;
-    EXPECT_EQ(EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_E, &e), 1);
-    EXPECT_EQ(EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_N, &n), 1);
-    out.e.len = static_cast<uint32_t>(BN_bn2bin(e, out.e.bytes));
-    out.n.len = static_cast<uint32_t>(BN_bn2bin(n, out.n.bytes));
-    BIGNUM *m = BN_bin2bn(out.sig.data(), static_cast<int>(len), nullptr);
+    EVP_PKEY *key = testpki::SharedKey(bits);
+    out.sig = testpki::SignData(key, EVP_sha256(), data);
+    testpki::PublicParts(key, &out.e, &out.n);
+    out.padded.resize(out.sig.size());
+    BIGNUM *e = BN_bin2bn(out.e.bytes, static_cast<int>(out.e.len), nullptr);
+    BIGNUM *n = BN_bin2bn(out.n.bytes, static_cast<int>(out.n.len), nullptr);
+    BIGNUM *m = BN_bin2bn(out.sig.data(), static_cast<int>(out.sig.size()), nullptr);
     BN_CTX *bn = BN_CTX_new();
     EXPECT_EQ(BN_mod_exp(m, m, e, n, bn), 1);
-    BN_bn2binpad(m, out.padded.data(), static_cast<int>(len));
+    BN_bn2binpad(m, out.padded.data(), static_cast<int>(out.padded.size()));
     BN_CTX_free(bn);
     BN_free(m);
     BN_free(e);
     BN_free(n);
-    EVP_MD_CTX_free(md);
-    EVP_PKEY_free(key);
     return out;
 }
 
@@ -107,9 +98,9 @@ SignedBy SignWithNewKey(int bits, const Bytes &data)
 TEST_F(HostileInputTest, RsaKeysThatProveNothingVerifyNothing)
 {
     const Bytes data = {'i', 'm', 'a', 'g', 'e'};
-    const SignedBy small = SignWithNewKey(1016, data);
+    const SignedBy small = SignWithKey(1016, data);
     EXPECT_EQ(ServiceVerdict(small.e, small.n, data, small.sig), 0u) << "1016-bit modulus";
-    SignedBy key = SignWithNewKey(1024, data);
+    SignedBy key = SignWithKey(1024, data);
     EXPECT_EQ(ServiceVerdict(key.e, key.n, data, key.sig), 1u) << "1024 bits still verify";
     EXPECT_EQ(ServiceVerdict(BigIntOf({0x01}), BigIntOf(Bytes(128, 0xFF)), data, key.padded), 0u)
         << "exponent 1, the padded digest as signature";
