@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/image_builder.h"
 
+#include "image_layout.h"
+
 namespace testenv {
 
 ImageSpec::ImageSpec()
@@ -23,14 +25,9 @@ void PutLe32(Bytes &b, uint64_t offset, uint32_t v)
     }
 }
 
-uint64_t TrailerOf(uint32_t bodyLen)
-{
-    return 0x10000ull + bodyLen + 32 - bodyLen % 16;
-}
-
 Bytes BuildImage(const ImageSpec &def)
 {
-    const uint64_t t = TrailerOf(def.bodyLen);
+    const uint64_t t = image::TrailerOffset(def.bodyLen);
     Bytes b(t + 0x2810, 0);
     PutLe32(b, 0x460, def.bodyLen);
     if (def.magic) {

@@ -24,7 +24,6 @@ struct ImageSpec {
 };
 
 void PutLe32(Bytes &b, uint64_t offset, uint32_t v);
-uint64_t TrailerOf(uint32_t bodyLen);
 Bytes BuildImage(const ImageSpec &def);
 
 } // namespace testenv

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "checktool.h"
+#include "image_layout.h"
 #include "support/image_builder.h"
 #include "vexa/vexa_result.h"
 
@@ -55,7 +56,7 @@ TEST(ImageLayout, TrailerSitsOnTheSecondSixteenByteBoundaryAfterTheBody)
 
 TEST(ImageLayout, RefusesImagesThatLieAboutTheirBlocks)
 {
-    const uint64_t t = TrailerOf(0x1000);
+    const uint64_t t = image::TrailerOffset(0x1000);
     const struct {
         const char *fault;
         void (*mutate)(Bytes &img, uint64_t t);
