@@ -22,36 +22,31 @@ uint32_t Locate(Bytes &img, CmsFileInfo *info)
     return get_cms_file_info(&files, info);
 }
 
-TEST(ImageLayout, TrailerSitsOnTheSecondSixteenByteBoundaryAfterTheBody)
+/* The trailer sits on the second 16-byte boundary after the body; blocks may
+ * fill their rooms exactly, and the CRL block ends the file. */
+TEST(ImageLayout, BlocksSitBehindTheTrailerOfTheBodyLength)
 {
-    const struct {
-        uint32_t bodyLen;
-        uint64_t trailer;
-    } cases[] = {{0x1000, 0x11020}, {0x1001, 0x11020}, {0x100F, 0x11020}, {0x1010, 0x11030}, {0, 0x10020}};
+    const struct { uint32_t bodyLen; uint64_t trailer; size_t sig, content, crl; } cases[] = {
+        {0x1000, 0x11020, 2, 7, 5}, {0x1001, 0x11020, 2, 7, 5}, {0x100F, 0x11020, 2, 7, 5},
+        {0x1010, 0x11030, 2, 7, 5}, {0, 0x10020, 2, 7, 5},      {0x1000, 0x11020, 8176, 2032, 0},
+    };
     for (const auto &c : cases) {
         ImageSpec def;
         def.bodyLen = c.bodyLen;
+        def.signature.assign(c.sig, 0x30);
+        def.content.assign(c.content, 'c');
+        def.crl.assign(c.crl, 0x30);
         Bytes img = BuildImage(def);
         CmsFileInfo info;
         ASSERT_EQ(Locate(img, &info), VEXA_OK) << c.bodyLen;
         EXPECT_EQ(info.signatureBlock - img.data(), static_cast<ptrdiff_t>(c.trailer));
         EXPECT_EQ(info.content - img.data(), static_cast<ptrdiff_t>(c.trailer + 0x2010));
         EXPECT_EQ(info.crl - img.data(), static_cast<ptrdiff_t>(c.trailer + 0x2810));
-        EXPECT_EQ(info.contentLen, def.content.size());
-        EXPECT_EQ(info.crlLen, def.crl.size());
+        EXPECT_EQ(info.signatureLen, c.sig);
+        EXPECT_EQ(info.contentLen, c.content);
+        EXPECT_EQ(info.crlLen, c.crl);
+        EXPECT_EQ(info.crl + info.crlLen, img.data() + img.size());
     }
-    /* blocks that fill their rooms exactly, and a CRL ending at the file's end */
-    ImageSpec def;
-    def.signature.assign(8176, 0x30);
-    def.content.assign(2032, 'c');
-    def.crl.clear();
-    Bytes img = BuildImage(def);
-    CmsFileInfo info;
-    ASSERT_EQ(Locate(img, &info), VEXA_OK);
-    EXPECT_EQ(info.signatureLen, 8176u);
-    EXPECT_EQ(info.contentLen, 2032u);
-    EXPECT_EQ(info.crlLen, 0u);
-    EXPECT_EQ(info.crl, img.data() + img.size());
 }
 
 TEST(ImageLayout, RefusesImagesThatLieAboutTheirBlocks)
