@@ -1,32 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
-/* CRL summaries and their comparison as operation 1 makes them: each CRL
- * file decoded in its own context holding the root, each summary compared
- * with itself (the validity check) and with the other. */
+/* A whole operation 1: the two parts are the update and the device CRL
+ * files, written to tmpfs and compared by operation 1's own function (each
+ * file read, decoded in its own context holding the root, checked against
+ * itself and compared with the other). */
 #include <stddef.h>
 #include <stdint.h>
 
+#include "checktool.h"
 #include "fuzz_common.h"
+#include "vexa/vexa_services.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const fuzz::Parts parts = fuzz::Split(data, size);
-    VexaVerifyCtx *ctxA = fuzz::CtxWithRoot();
-    VexaVerifyCtx *ctxB = fuzz::CtxWithRoot();
-    VexaCrlInfoList *infoA = nullptr;
-    VexaCrlInfoList *infoB = nullptr;
-    if (ctxA != nullptr && ctxB != nullptr) {
-        (void)VexaDecodeCrl(ctxA, parts.a, parts.aLen, &infoA);
-        (void)VexaDecodeCrl(ctxB, parts.b, parts.bLen, &infoB);
-        uint32_t cmp = 0;
-        (void)VexaCrlCompare(ctxA, infoA, infoA, &cmp);
-        (void)VexaCrlCompare(ctxB, infoB, infoB, &cmp);
-        (void)VexaCrlCompare(ctxA, infoA, infoB, &cmp);
-        (void)VexaCrlCompare(ctxB, infoB, infoA, &cmp);
+    const char *update = fuzz::TmpFile(0, parts.a, parts.aLen);
+    const char *device = update != nullptr ? fuzz::TmpFile(1, parts.b, parts.bLen) : nullptr;
+    if (device != nullptr) {
+        InputFileSet files = {};
+        (void)compare_crl_files(update, device, &files);
+        VexaFree(files.updateCrl);
+        VexaFree(files.deviceCrl);
     }
-    /* each call refuses a null argument */
-    (void)VexaCrlInfoListFree(ctxA, infoA);
-    (void)VexaCrlInfoListFree(ctxB, infoB);
-    (void)VexaVerifyDestroyCtx(ctxA);
-    (void)VexaVerifyDestroyCtx(ctxB);
     return 0;
 }

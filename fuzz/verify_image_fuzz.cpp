@@ -7,8 +7,6 @@
 #include <fcntl.h>
 #include <stddef.h>
 #include <stdint.h>
-#include <stdio.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include "checktool.h"
@@ -19,21 +17,10 @@
 namespace {
 
 constexpr uint64_t kTrailer = image::TrailerOffset(0);
-/* On tmpfs: truncating a file on a disk file system per input costs more than
- * the verification. Files per process, so parallel jobs do not collide. */
-char g_image[64];
-char g_crl[64];
-
-void RemoveFiles()
-{
-    (void)unlink(g_image);
-    (void)unlink(g_crl);
-}
-
 /* The header's magic and the trailer at their offsets; the rest is a hole. */
 bool WriteImage(const uint8_t *trailer, uint32_t trailerLen)
 {
-    const int fd = open(g_image, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    const int fd = open(fuzz::TmpPath(1), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     if (fd < 0) {
         return false;
     }
@@ -48,32 +35,15 @@ bool WriteImage(const uint8_t *trailer, uint32_t trailerLen)
     return close(fd) == 0 && ok;
 }
 
-bool WriteCrl(const uint8_t *crl, uint32_t crlLen)
-{
-    const int fd = open(g_crl, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    if (fd < 0) {
-        return false;
-    }
-    const bool ok = crlLen == 0 || write(fd, crl, crlLen) == static_cast<ssize_t>(crlLen);
-    return close(fd) == 0 && ok;
-}
-
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    (void)snprintf(g_image, sizeof(g_image), "/dev/shm/checktool-fuzz-image-%ld.bin", static_cast<long>(getpid()));
-    (void)snprintf(g_crl, sizeof(g_crl), "/dev/shm/checktool-fuzz-crl-%ld.der", static_cast<long>(getpid()));
-    (void)atexit(RemoveFiles);
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const fuzz::Parts parts = fuzz::Split(data, size);
-    if (WriteImage(parts.b, parts.bLen) && WriteCrl(parts.a, parts.aLen)) {
+    const char *crl = fuzz::TmpFile(0, parts.a, parts.aLen);
+    if (crl != nullptr && WriteImage(parts.b, parts.bLen)) {
         InputFileSet files = {};
-        (void)verify_image_with_crl(g_image, g_crl, &files);
+        (void)verify_image_with_crl(fuzz::TmpPath(1), crl, &files);
         VexaFree(files.image);
         VexaFree(files.imageTrailer);
         VexaFree(files.updateCrl);
