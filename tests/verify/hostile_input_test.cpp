@@ -8,8 +8,8 @@
 #include <functional>
 #include <string>
 
-#include <openssl/bn.h>
 #include <openssl/evp.h>
+#include <openssl/rsa.h>
 
 #include "asn1/der_builder.h"
 #include "support/pki_builder.h"
@@ -79,17 +79,14 @@ SignedBy SignWithKey(int bits, const Bytes &data)
     EVP_PKEY *key = testpki::SharedKey(bits);
     out.sig = testpki::SignData(key, EVP_sha256(), data);
     testpki::PublicParts(key, &out.e, &out.n);
+    /* the public operation alone, without removing the padding */
     out.padded.resize(out.sig.size());
-    BIGNUM *e = BN_bin2bn(out.e.bytes, static_cast<int>(out.e.len), nullptr);
-    BIGNUM *n = BN_bin2bn(out.n.bytes, static_cast<int>(out.n.len), nullptr);
-    BIGNUM *m = BN_bin2bn(out.sig.data(), static_cast<int>(out.sig.size()), nullptr);
-    BN_CTX *bn = BN_CTX_new();
-    EXPECT_EQ(BN_mod_exp(m, m, e, n, bn), 1);
-    BN_bn2binpad(m, out.padded.data(), static_cast<int>(out.padded.size()));
-    BN_CTX_free(bn);
-    BN_free(m);
-    BN_free(e);
-    BN_free(n);
+    size_t len = out.padded.size();
+    EVP_PKEY_CTX *open = EVP_PKEY_CTX_new(key, nullptr);
+    EXPECT_EQ(EVP_PKEY_verify_recover_init(open), 1);
+    EXPECT_EQ(EVP_PKEY_CTX_set_rsa_padding(open, RSA_NO_PADDING), 1);
+    EXPECT_EQ(EVP_PKEY_verify_recover(open, out.padded.data(), &len, out.sig.data(), out.sig.size()), 1);
+    EVP_PKEY_CTX_free(open);
     return out;
 }
 
