@@ -178,7 +178,7 @@ TEST_F(OplogTest, NonRegularFilesAreRefusedAtOnce)
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
-        std::vector<std::string> argv = {"/usr/bin/timeout", "10", CHECKTOOL_TEST_BIN};
+        std::vector<std::string> argv = {"/usr/bin/timeout", "60", CHECKTOOL_TEST_BIN};
         argv.insert(argv.end(), c.args.begin(), c.args.end());
         EXPECT_EQ(RunProcess(argv).status, c.status);
         bool logged = false;

@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "support/work_count.h"
+
+#include <string.h>
+
+#include "vexa/vexa_asn1.h"
+#include "vexa/vexa_result.h"
+
+namespace {
+
+bool g_counting = false;
+workcount::Counts g_counts{};
+uint64_t g_dateBudget = 0;
+
+} // namespace
+
+namespace workcount {
+
+void Start(uint64_t dateBudget)
+{
+    g_counts = Counts{};
+    g_dateBudget = dateBudget;
+    g_counting = true;
+}
+
+Counts Stop()
+{
+    g_counting = false;
+    return g_counts;
+}
+
+} // namespace workcount
+
+/* Only references from statically linked objects arrive here: the library's
+ * own searches and date checks, not libc's or libcrypto's internal ones. */
+extern "C" {
+void *__real_memchr(const void *s, int c, size_t n);
+char *__real_strstr(const char *haystack, const char *needle);
+uint32_t __real_VexaAsnTimeToEpoch(const VexaAsnOcts *time, int64_t *out);
+
+void *__wrap_memchr(const void *s, int c, size_t n)
+{
+    void *hit = __real_memchr(s, c, n);
+    if (g_counting) {
+        g_counts.bytesSearched +=
+            hit == nullptr ? n : static_cast<uint64_t>(static_cast<const char *>(hit) - static_cast<const char *>(s)) + 1;
+    }
+    return hit;
+}
+
+char *__wrap_strstr(const char *haystack, const char *needle)
+{
+    char *hit = __real_strstr(haystack, needle);
+    if (g_counting) {
+        g_counts.bytesSearched += hit == nullptr ? strlen(haystack) : static_cast<uint64_t>(hit - haystack) + 1;
+    }
+    return hit;
+}
+
+uint32_t __wrap_VexaAsnTimeToEpoch(const VexaAsnOcts *time, int64_t *out)
+{
+    if (g_counting && ++g_counts.datesJudged > g_dateBudget) {
+        return VEXA_ERR_PARAM; /* over budget: the walk unwinds at once */
+    }
+    return __real_VexaAsnTimeToEpoch(time, out);
+}
+}
