@@ -32,6 +32,10 @@ extern const VexaAsnItem g_itemVexaRsaPubKeyBits;
 extern const VexaAsnItem g_itemVexaRsaPubKey;
 extern const VexaAsnItem g_itemVexaX509Extensions;
 extern const VexaAsnItem g_itemVexaX509BasicConstraints;
+extern const VexaAsnItem g_itemVexaX509PathLen;       /* basicConstraints' pathLenConstraint as a view */
+extern const VexaAsnItem g_itemVexaX509CrlDps;        /* cRLDistributionPoints, checked and kept whole */
+extern "C" uint32_t InternalDecodeDistributionPoints(VexaAsnStream *stream, void *dest, uint32_t *consumed,
+                                                     const VexaAsnMember *member);
 
 /* CRLs. */
 extern const VexaAsnItem g_itemVexaX509TbsCrl;
@@ -84,6 +88,14 @@ constexpr VexaAsnMember InternalAttr(int32_t oidId, const VexaAsnItem &item, siz
 {
     return VexaAsnMember{&item, static_cast<uint32_t>(oidId), VEXA_ASN_TAG_NONE, flags,
                          static_cast<uint32_t>(offset), 0};
+}
+
+/* The member of an attribute set that records, as a u32 1, an entry marked
+ * critical that no other member of the set takes. */
+constexpr uint32_t kUnprocessedCriticalMember = 0xFFFFFFFFu;
+constexpr VexaAsnMember InternalCriticalFlag(const VexaAsnItem &u32Item, size_t offset)
+{
+    return VexaAsnMember{&u32Item, kUnprocessedCriticalMember, VEXA_ASN_TAG_NONE, 0, static_cast<uint32_t>(offset), 0};
 }
 
 /* The single member of a list item: the slot array starts at `slotsOffset`

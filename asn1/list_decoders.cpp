@@ -3,6 +3,7 @@
  * attribute and extension sets selected by identifier, and ExtKeyUsage. */
 #include "asn1/asn1_items.h"
 #include "asn1/der_internal.h"
+#include "asn1/distribution_points.h"
 #include "asn1/engine_internal.h"
 #include "verify/diagnostics.h"
 
@@ -26,8 +27,10 @@ bool InternalSlotsFit(const VexaAsnItem *list, const VexaAsnMember *element)
 }
 
 /* One Extension or Attribute entry, stored by every member of the set for
- * its identifier (a value may be kept in two forms) and ignored when the set
- * has none (critical or not). */
+ * its identifier (a value may be kept in two forms; a SKIP member only
+ * checks it). An entry no member takes is ignored, but when it is marked
+ * critical and the set has a critical-flag member, that member records it:
+ * the path and CRL checks refuse what they cannot honour. */
 uint32_t InternalDecodeAttrEntry(VexaAsnStream *content, void *dest, const VexaAsnItem *set)
 {
     VexaX509ExtensionEntry entry{};
@@ -35,22 +38,32 @@ uint32_t InternalDecodeAttrEntry(VexaAsnStream *content, void *dest, const VexaA
     uint32_t used = 0;
     VEXA_GUARD(VexaAsnDecodeSeq(content, &entry, &used, &asEntry));
     VEXA_ENSURE(entry.extnValue.data != nullptr && entry.extnValue.len != 0, VEXA_ERR_ASN_LIST);
-    const int32_t id = VexaOidGetId(&entry.extnID);
-    if (id == AOID_UNKNOWN) {
-        return VEXA_OK;
-    }
+    const int32_t id = InternalExtensionId(&entry.extnID);
+    bool taken = false;
+    const VexaAsnMember *criticalFlag = nullptr;
     for (uint32_t i = 0; i < set->memberCount; i++) {
         const VexaAsnMember *target = &set->members[i];
-        if (target->tagNumber != static_cast<uint32_t>(id)) {
+        if (target->tagNumber == kUnprocessedCriticalMember) {
+            criticalFlag = target;
             continue;
         }
+        if (id == AOID_UNKNOWN || target->tagNumber != static_cast<uint32_t>(id)) {
+            continue;
+        }
+        taken = true;
         VEXA_ENSURE(target->item != nullptr && target->item->decoder != nullptr, VEXA_ERR_ASN_LIST);
-        VEXA_ENSURE(static_cast<uint64_t>(target->offset) + target->item->size <= set->size, VEXA_ERR_ASN_LIST);
+        const bool skip = (target->flags & VEXA_ASN_SKIP) != 0;
+        VEXA_ENSURE(skip || static_cast<uint64_t>(target->offset) + target->item->size <= set->size,
+                    VEXA_ERR_ASN_LIST);
         /* The value is read on its own: it need not fill extnValue, and it
          * can never reach outside it. */
         VexaAsnStream value{};
         VEXA_GUARD(VexaAsnStreamInit(&value, entry.extnValue.data, entry.extnValue.len));
-        VEXA_GUARD(target->item->decoder(&value, InternalAt(dest, target->offset), &used, target));
+        VEXA_GUARD(target->item->decoder(&value, skip ? nullptr : InternalAt(dest, target->offset), &used, target));
+    }
+    if (!taken && entry.critical == 1 && criticalFlag != nullptr) {
+        VEXA_ENSURE(static_cast<uint64_t>(criticalFlag->offset) + sizeof(uint32_t) <= set->size, VEXA_ERR_ASN_LIST);
+        InternalStoreU32(InternalAt(dest, criticalFlag->offset), 1);
     }
     return VEXA_OK;
 }

@@ -2,6 +2,7 @@
 /* Item templates of X.509 certificates (RFC 5280). Only what the verifier
  * uses is stored; the rest is checked and stepped over. */
 #include "asn1/asn1_items.h"
+#include "asn1/distribution_points.h"
 
 namespace {
 
@@ -19,6 +20,8 @@ const VexaAsnMember kTbsCertMembers[] = {
     InternalExplicit(0, g_itemVexaAsnInt, 0, kSkip),
     InternalField(g_itemVexaAsnBigInt, offsetof(VexaX509TbsCert, serialNumber)),
     InternalField(g_itemVexaAsnSeqRaw, 0, kSkip),
+    /* the issuer as encoded, for names resolved against it */
+    InternalField(g_itemVexaAsnOcts, offsetof(VexaX509TbsCert, issuerRaw), kPeek | kWhole),
     InternalField(g_itemVexaX509Name, offsetof(VexaX509TbsCert, issuer)),
     InternalField(g_itemVexaX509Validity, offsetof(VexaX509TbsCert, validity)),
     InternalField(g_itemVexaX509Name, offsetof(VexaX509TbsCert, subject)),
@@ -66,19 +69,40 @@ const VexaAsnMember kRsaPubKeyMembers[] = {
     InternalField(g_itemVexaAsnBigInt, offsetof(VexaRsaPubKey, publicExponent)),
 };
 
-/* Any other extension, critical or not, is stepped over. */
+/* Any other extension is stepped over; one marked critical is remembered,
+ * since the path check must refuse a constraint it cannot honour. The key
+ * identifiers and alternative names are processed in that they constrain
+ * nothing the path check relies on. */
 const VexaAsnMember kExtensionsMembers[] = {
     InternalAttr(AOID_CE_BASICCONSTRAINTS, g_itemVexaX509BasicConstraints,
                  offsetof(VexaX509Extensions, basicConstraintsCa)),
+    InternalAttr(AOID_CE_BASICCONSTRAINTS, g_itemVexaX509PathLen, offsetof(VexaX509Extensions, pathLenConstraint)),
     InternalAttr(AOID_CE_KEYUSAGE, g_itemVexaX509KeyUsage, offsetof(VexaX509Extensions, keyUsage)),
     InternalAttr(AOID_CE_KEYUSAGE, g_itemVexaAsnBits, offsetof(VexaX509Extensions, keyUsageBits)),
     InternalAttr(AOID_CE_EXTKEYUSAGE, g_itemVexaX509ExtKeyUsage, offsetof(VexaX509Extensions, extKeyUsage)),
+    InternalAttr(AOID_CE_CRLDISTRIBUTIONPOINTS, g_itemVexaX509CrlDps,
+                 offsetof(VexaX509Extensions, cRLDistributionPoints)),
+    InternalAttr(AOID_CE_SUBJECTKEYIDENTIFIER, g_itemVexaAsnOcts, 0, kSkip),
+    InternalAttr(AOID_CE_AUTHORITYKEYIDENTIFIER, g_itemVexaAsnOcts, 0, kSkip),
+    InternalAttr(AOID_CE_SUBJECTALTNAME, g_itemVexaAsnOcts, 0, kSkip),
+    InternalAttr(AOID_CE_ISSUERALTNAME, g_itemVexaAsnOcts, 0, kSkip),
+    InternalCriticalFlag(g_itemVexaAsnBool, offsetof(VexaX509Extensions, unprocessedCritical)),
 };
 
-/* cA BOOLEAN DEFAULT FALSE, pathLenConstraint not kept */
+/* cA BOOLEAN DEFAULT FALSE, pathLenConstraint not kept here */
 const VexaAsnMember kBasicConstraintsMembers[] = {
     InternalField(g_itemVexaAsnBool, 0, kDefault),
     InternalField(g_itemVexaAsnOcts, 0, kOptional | kSkip),
+};
+
+/* the same SEQUENCE read for its pathLenConstraint: the element (present
+ * or not) and its value, an INTEGER of at most four octets */
+constexpr size_t kPathLenValue =
+    offsetof(VexaX509Extensions, pathLenValue) - offsetof(VexaX509Extensions, pathLenConstraint);
+const VexaAsnMember kPathLenMembers[] = {
+    InternalField(g_itemVexaAsnBool, 0, kDefault | kSkip),
+    InternalField(g_itemVexaAsnBigInt, 0, kOptional | kPeek | kWhole),
+    InternalField(g_itemVexaAsnInt, kPathLenValue, kOptional),
 };
 
 const VexaAsnMember kExtensionEntryMembers[] = {
@@ -104,5 +128,8 @@ const VexaAsnItem g_itemVexaRsaPubKey = InternalSeqItem(kRsaPubKeyMembers, sizeo
 const VexaAsnItem g_itemVexaX509Extensions =
     InternalAttrsItem(kExtensionsMembers, sizeof(VexaX509Extensions), VEXA_ASN_TAG_SEQUENCE);
 const VexaAsnItem g_itemVexaX509BasicConstraints = InternalSeqItem(kBasicConstraintsMembers, sizeof(uint32_t));
+const VexaAsnItem g_itemVexaX509PathLen = InternalSeqItem(kPathLenMembers, kPathLenValue + sizeof(uint32_t));
+const VexaAsnItem g_itemVexaX509CrlDps = {nullptr, InternalDecodeDistributionPoints, kUniversal, kConstructed,
+                                          VEXA_ASN_TAG_SEQUENCE, 0, sizeof(VexaAsnOcts)};
 const VexaAsnItem g_itemVexaX509ExtensionEntry =
     InternalSeqItem(kExtensionEntryMembers, sizeof(VexaX509ExtensionEntry));

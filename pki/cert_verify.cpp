@@ -121,7 +121,8 @@ uint32_t VexaPkiVerifyCert(VexaVerifyCtx *ctx, VexaX509Cert *cert, uint32_t rese
         cert = next;
     }
     if (ret == VEXA_OK && done == 1) {
-        *verdict = 1;
+        ret = InternalCheckPathConstraints(first);
+        *verdict = ret == VEXA_OK ? 1 : 0;
     }
     ctx->pathDepth--;
     InternalPkiMemoSetVerified(ctx, first, crlMode, ret, *verdict);

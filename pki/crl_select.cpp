@@ -66,7 +66,7 @@ uint32_t InternalCrlGetScore(const VexaVerifyCtx *ctx, const VexaX509Crl *crl, c
                              const VexaX509Cert *root)
 {
     uint32_t score = 0;
-    if (InternalCrlGetIssuerScore(ctx, crl, cert, root, &score) != 0) {
+    if (!InternalCrlCovers(crl, cert) || InternalCrlGetIssuerScore(ctx, crl, cert, root, &score) != 0) {
         return 0;
     }
     const uint32_t n = RevokedCount(crl);

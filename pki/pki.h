@@ -94,6 +94,14 @@ uint32_t InternalCheckRevokedEntry(const VexaX509Cert *cert, int64_t time, uint3
                                    const VexaX509RevokedEntry *entry);
 uint32_t InternalCheckCrlOfCert(VexaVerifyCtx *ctx, const VexaX509Cert *cert, uint32_t crlMode, VexaX509Crl **used);
 
+/* constraints of a verified path: 0, 0x88200019 or 0x8820001A */
+uint32_t InternalCheckPathConstraints(const VexaX509Cert *first);
+
+/* whether a CRL can prove that `cert` is not revoked: its critical
+ * extensions are all processed, it is complete (no delta), and its scope
+ * covers the certificate */
+bool InternalCrlCovers(const VexaX509Crl *crl, const VexaX509Cert *cert);
+
 /* certificate verification */
 uint32_t InternalCheckCertDate(const VexaX509Cert *cert, int64_t time);
 uint32_t InternalVerifyCertificate(VexaVerifyCtx *ctx, VexaX509Cert *cert, uint32_t crlMode, VexaX509Cert **next,

@@ -266,10 +266,15 @@ typedef struct VexaX509Extensions {
     uint32_t keyUsage;           /* first value octet, or first*256+second */
     uint32_t extKeyUsage;        /* VEXA_EKU_* of the first listed purpose */
     VexaAsnOcts keyUsageBits;    /* the keyUsage value octets, so a bit is tested at its position */
+    VexaAsnOcts pathLenConstraint;     /* the INTEGER element, whole; null data when absent */
+    uint32_t pathLenValue;             /* its value, sign-extended from at most four octets */
+    VexaAsnOcts cRLDistributionPoints; /* the SEQUENCE OF DistributionPoint, whole; null data when absent */
+    uint32_t unprocessedCritical;      /* 1: an entry marked critical that nothing here processes */
 } VexaX509Extensions;
 
 typedef struct VexaX509TbsCert {
     VexaAsnOcts serialNumber;
+    VexaAsnOcts issuerRaw; /* the issuer Name element, whole */
     VexaX509Name issuer;
     VexaX509Validity validity;
     VexaX509Name subject;
@@ -289,7 +294,8 @@ typedef struct VexaX509Cert {
 typedef struct VexaX509RevokedEntry {
     VexaAsnOcts userCertificate;
     VexaAsnOcts revocationDate;
-    uint32_t reasonCode; /* 0 when absent */
+    uint32_t reasonCode;          /* 0 when absent */
+    uint32_t unprocessedCritical; /* 1: a critical entry extension nothing here processes */
 } VexaX509RevokedEntry;
 
 typedef struct VexaX509RevokedList {
@@ -308,11 +314,14 @@ typedef struct VexaX509Idp {
 
 typedef struct VexaX509CrlExtensions {
     VexaX509Idp issuingDistributionPoint;
+    VexaAsnOcts deltaCrlIndicator; /* the base CRL number; tagNumber 2 when present */
+    uint32_t unprocessedCritical;  /* 1: a critical CRL extension nothing here processes */
 } VexaX509CrlExtensions;
 
 typedef struct VexaX509TbsCrl {
     uint32_t version;
     VexaX509AlgId signature;
+    VexaAsnOcts issuerRaw; /* the issuer Name element, whole */
     VexaX509Name issuer;
     VexaAsnOcts thisUpdate;
     VexaAsnOcts nextUpdate;

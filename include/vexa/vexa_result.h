@@ -56,6 +56,12 @@ VEXA_RESULT_CODE(VEXA_ERR_NOT_YET_VALID, 0x88200013u)
 VEXA_RESULT_CODE(VEXA_ERR_EXPIRED, 0x88200014u)
 VEXA_RESULT_CODE(VEXA_ERR_TS_DIGEST, 0x88200016u)
 VEXA_RESULT_CODE(VEXA_ERR_PATH_TOO_DEEP, 0x88200018u)
+/* a certificate of the path below its root carries a critical extension the
+ * library does not process */
+VEXA_RESULT_CODE(VEXA_ERR_UNPROCESSED_CRITICAL, 0x88200019u)
+/* a CA of the path has more intermediate CAs below it than its
+ * pathLenConstraint allows */
+VEXA_RESULT_CODE(VEXA_ERR_PATH_LENGTH, 0x8820001Au)
 
 /* CRLs */
 VEXA_RESULT_CODE(VEXA_ERR_CRL_DECODE, 0x88200102u)

@@ -157,6 +157,16 @@ Crl MakeCrl(const CrlSpec &def)
             X509_REVOKED_add1_ext_i2d(rev, NID_crl_reason, reason, 0, 0);
             ASN1_ENUMERATED_free(reason);
         }
+        if (r.criticalOid != nullptr) {
+            ASN1_OBJECT *type = OBJ_txt2obj(r.criticalOid, 1);
+            ASN1_OCTET_STRING *value = ASN1_OCTET_STRING_new();
+            ASN1_OCTET_STRING_set(value, reinterpret_cast<const unsigned char *>("\x05\x00"), 2);
+            X509_EXTENSION *ext = X509_EXTENSION_create_by_OBJ(nullptr, type, 1, value);
+            X509_REVOKED_add_ext(rev, ext, -1);
+            X509_EXTENSION_free(ext);
+            ASN1_OCTET_STRING_free(value);
+            ASN1_OBJECT_free(type);
+        }
         X509_CRL_add0_revoked(crl, rev);
     }
     if (def.indirect) {
@@ -165,6 +175,14 @@ Crl MakeCrl(const CrlSpec &def)
         idp->onlyuser = def.onlyUserCerts ? 0xFF : 0;
         X509_CRL_add1_ext_i2d(crl, NID_issuing_distribution_point, idp, 1, 0);
         ISSUING_DIST_POINT_free(idp);
+    }
+    for (const auto &e : def.extensions) {
+        X509V3_CTX ctx;
+        X509V3_set_ctx(&ctx, def.issuer, nullptr, nullptr, crl, 0);
+        X509_EXTENSION *ext = X509V3_EXT_nconf(nullptr, &ctx, e.first.c_str(), e.second.c_str());
+        EXPECT_NE(ext, nullptr) << e.first << " " << e.second;
+        X509_CRL_add_ext(crl, ext, -1);
+        X509_EXTENSION_free(ext);
     }
     X509_CRL_sort(crl);
     X509_CRL_sign(crl, def.issuerKey, EVP_sha256());

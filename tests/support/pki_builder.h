@@ -60,7 +60,12 @@ struct CertSpec {
 
 Cert MakeCert(const CertSpec &def);
 
-struct RevokedSpec { long serial; int64_t date; int reason = -1; /* CRL_REASON_*, -1 none */ };
+struct RevokedSpec {
+    long serial;
+    int64_t date;
+    int reason = -1;                     /* CRL_REASON_*, -1 none */
+    const char *criticalOid = nullptr;   /* a critical entry extension of this type, value NULL */
+};
 
 struct CrlSpec {
     X509 *issuer = nullptr;
@@ -70,6 +75,8 @@ struct CrlSpec {
     std::vector<RevokedSpec> revoked;
     bool indirect = false;
     bool onlyUserCerts = false; /* with indirect: the IDP's onlyContainsUserCerts */
+    /* other CRL extensions as libcrypto's config text, e.g. {"deltaCRL", "critical,1"} */
+    std::vector<std::pair<std::string, std::string>> extensions;
 };
 
 Crl MakeCrl(const CrlSpec &def);
