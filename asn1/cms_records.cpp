@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 /* CMS ContentInfo with SignedData, and the certificates it carries. */
-#include "verify/diagnostics.h"
+#include "base/diagnostics.h"
 #include "vexa/vexa_asn1.h"
 #include "vexa/vexa_services.h"
 

@@ -3,7 +3,7 @@
  * primitive checks what is left before it moves. */
 #include "asn1/der_internal.h"
 #include "asn1/engine_internal.h"
-#include "verify/diagnostics.h"
+#include "base/diagnostics.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 /* UTCTime and GeneralizedTime to calendar time and to seconds since 1970. */
-#include "verify/diagnostics.h"
+#include "base/diagnostics.h"
 #include "vexa/vexa_asn1.h"
 
 namespace {

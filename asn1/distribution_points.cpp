@@ -4,7 +4,7 @@
 #include "asn1/asn1_items.h"
 #include "asn1/der_internal.h"
 #include "asn1/engine_internal.h"
-#include "verify/diagnostics.h"
+#include "base/diagnostics.h"
 #include "vexa/vexa_services.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include "asn1/der_internal.h"
 #include "asn1/distribution_points.h"
 #include "asn1/engine_internal.h"
-#include "verify/diagnostics.h"
+#include "base/diagnostics.h"
 
 namespace {
 

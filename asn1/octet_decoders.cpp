@@ -3,7 +3,7 @@
  * integers. Each works on a copy of the cursor and commits it on success. */
 #include "asn1/der_internal.h"
 #include "asn1/engine_internal.h"
-#include "verify/diagnostics.h"
+#include "base/diagnostics.h"
 
 namespace {
 

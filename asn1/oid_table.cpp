@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 /* The 24 object identifiers the library knows, as small integer ids. */
-#include "verify/diagnostics.h"
+#include "base/diagnostics.h"
 #include "vexa/vexa_asn1.h"
 #include "vexa/vexa_services.h"
 

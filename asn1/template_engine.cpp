@@ -6,7 +6,7 @@
  * success. */
 #include "asn1/der_internal.h"
 #include "asn1/engine_internal.h"
-#include "verify/diagnostics.h"
+#include "base/diagnostics.h"
 #include "vexa/vexa_services.h"
 
 namespace {

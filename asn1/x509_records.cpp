@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 /* Certificates and CRLs as reference-counted decoded records. */
-#include "verify/diagnostics.h"
+#include "base/diagnostics.h"
 #include "vexa/vexa_asn1.h"
 #include "vexa/vexa_services.h"
 

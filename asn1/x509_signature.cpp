@@ -6,7 +6,7 @@
 #include <kestrel/kestrel.h>
 
 #include "asn1/x509_signature.h"
-#include "verify/diagnostics.h"
+#include "base/diagnostics.h"
 #include "vexa/vexa_crypto.h"
 #include "vexa/vexa_result.h"
 #include "vexa/vexa_services.h"

@@ -57,7 +57,7 @@ if(CHECKTOOL_SHARED_LIB)
   # again as position-independent code. checktool itself keeps linking the
   # static archives.
   add_library(vexa_shared SHARED ${VEXA_SOURCES}
-    ${CMAKE_SOURCE_DIR}/tool/oplog.cpp ${CMAKE_SOURCE_DIR}/platform/kestrel/kestrel.cpp)
+    ${CMAKE_SOURCE_DIR}/services/oplog.cpp ${CMAKE_SOURCE_DIR}/platform/kestrel/kestrel.cpp)
   set_target_properties(vexa_shared PROPERTIES
     OUTPUT_NAME vexa EXPORT_NAME vexa
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})

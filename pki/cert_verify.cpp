@@ -5,8 +5,8 @@
  * nesting is counted in the context. */
 #include "pki/pki.h"
 
-#include "verify/diagnostics.h"
-#include "verify/verify_ctx.h"
+#include "base/diagnostics.h"
+#include "base/verify_ctx.h"
 #include "vexa/vexa_result.h"
 
 namespace {

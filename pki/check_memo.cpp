@@ -5,7 +5,7 @@
 #include <string.h>
 
 #include "pki/pki.h"
-#include "verify/verify_ctx.h"
+#include "base/verify_ctx.h"
 
 int32_t InternalStoreIndexOf(const VexaList *list, const void *record)
 {

@@ -5,8 +5,8 @@
  * one whose signer's own path verifies is used. */
 #include "pki/pki.h"
 
-#include "verify/diagnostics.h"
-#include "verify/verify_ctx.h"
+#include "base/diagnostics.h"
+#include "base/verify_ctx.h"
 #include "vexa/vexa_result.h"
 #include "vexa/vexa_services.h"
 

@@ -4,8 +4,8 @@
  * is cached in the certificate so each signature is checked once. */
 #include "pki/pki.h"
 
-#include "verify/diagnostics.h"
-#include "verify/verify_ctx.h"
+#include "base/diagnostics.h"
+#include "base/verify_ctx.h"
 #include "vexa/vexa_result.h"
 
 namespace {

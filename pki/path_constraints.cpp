@@ -5,7 +5,7 @@
  * issuer links that path building proved. */
 #include "pki/pki.h"
 
-#include "verify/diagnostics.h"
+#include "base/diagnostics.h"
 #include "vexa/vexa_result.h"
 
 namespace {

@@ -4,8 +4,8 @@
  * the first one added wins. */
 #include "pki/pki.h"
 
-#include "verify/diagnostics.h"
-#include "verify/verify_ctx.h"
+#include "base/diagnostics.h"
+#include "base/verify_ctx.h"
 #include "vexa/vexa_result.h"
 #include "vexa/vexa_services.h"
 

@@ -10,6 +10,7 @@ set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 "$top/scripts/deps.sh"
 "$top/scripts/spdx_check.sh"
+"$top/scripts/layer_check.sh"
 jobs=$(nproc)
 
 run_build() { # dir, then extra cmake arguments

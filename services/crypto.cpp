@@ -12,7 +12,7 @@
 
 #include <kestrel/kestrel.h>
 
-#include "oplog.h"
+#include "services/oplog.h"
 #include "vexa/vexa_crypto.h"
 #include "vexa/vexa_result.h"
 #include "vexa/vexa_services.h"

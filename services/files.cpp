@@ -9,7 +9,7 @@
 
 #include <kestrel/kestrel.h>
 
-#include "oplog.h"
+#include "services/oplog.h"
 #include "vexa/vexa_services.h"
 
 namespace {

@@ -3,7 +3,7 @@
 
 #include <kestrel/kestrel.h>
 
-#include "oplog.h"
+#include "services/oplog.h"
 #include "vexa/vexa_result.h"
 #include "vexa/vexa_services.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <string.h>
 
-#include "oplog.h"
+#include "services/oplog.h"
 #include "vexa/vexa_services.h"
 
 extern "C" int32_t VexaMemCmp(const void *a, const void *b, size_t length)

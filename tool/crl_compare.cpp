@@ -4,7 +4,7 @@
 #include <kestrel/kestrel.h>
 
 #include "checktool.h"
-#include "oplog.h"
+#include "services/oplog.h"
 #include "root_cert.h"
 #include "vexa/vexa_result.h"
 #include "vexa/vexa_services.h"

@@ -3,7 +3,7 @@
  * content, with a path to the built-in root judged against the given CRL
  * file. The image's own CRL block plays no part. */
 #include "checktool.h"
-#include "oplog.h"
+#include "services/oplog.h"
 #include "root_cert.h"
 #include "vexa/vexa_result.h"
 #include "vexa/vexa_verify.h"

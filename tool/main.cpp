@@ -10,7 +10,7 @@
 #include <openssl/crypto.h>
 
 #include "checktool.h"
-#include "oplog.h"
+#include "services/oplog.h"
 #include "vexa/vexa_services.h"
 
 namespace {

@@ -6,7 +6,7 @@
 
 #include "checktool.h"
 #include "image_layout.h"
-#include "oplog.h"
+#include "services/oplog.h"
 #include "vexa/vexa_result.h"
 #include "vexa/vexa_services.h"
 

@@ -9,9 +9,9 @@
 #include <kestrel/kestrel.h>
 
 #include "pki/pki.h"
-#include "verify/diagnostics.h"
+#include "base/diagnostics.h"
 #include "verify/input_decode.h"
-#include "verify/verify_ctx.h"
+#include "base/verify_ctx.h"
 #include "vexa/vexa_result.h"
 #include "vexa/vexa_services.h"
 

@@ -6,8 +6,8 @@
 #include <kestrel/kestrel.h>
 
 #include "verify/base64.h"
-#include "verify/diagnostics.h"
-#include "verify/verify_ctx.h"
+#include "base/diagnostics.h"
+#include "base/verify_ctx.h"
 #include "vexa/vexa_result.h"
 #include "vexa/vexa_services.h"
 

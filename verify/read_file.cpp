@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "verify/input_decode.h"
 
-#include "verify/diagnostics.h"
+#include "base/diagnostics.h"
 #include "vexa/vexa_result.h"
 #include "vexa/vexa_services.h"
 

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 /* Verification contexts and the operations that feed trusted certificates
  * and CRLs into them. */
-#include "verify/verify_ctx.h"
+#include "base/verify_ctx.h"
 
+#include "base/diagnostics.h"
 #include "pki/pki.h"
-#include "verify/diagnostics.h"
 #include "verify/input_decode.h"
 #include "verify/verify_handle.h"
 #include "vexa/vexa_result.h"
@@ -51,23 +51,6 @@ uint32_t InternalCheckParamVerifyAddCrlFile(const VexaVerifyCtx *ctx, const char
 }
 
 } // namespace
-
-uint32_t InternalCheckVerifyCtx(const VexaVerifyCtx *ctx)
-{
-    if (ctx == nullptr) {
-        return VEXA_ERR_NULL_CTX;
-    }
-    return ctx->size == VEXA_CTX_MARKER ? VEXA_OK : VEXA_ERR_RECORD_SIZE;
-}
-
-uint32_t InternalCheckCtxAndArgs(const VexaVerifyCtx *ctx, bool argsPresent, const char *check)
-{
-    const uint32_t ret = InternalCheckVerifyCtx(ctx);
-    if (ret != VEXA_OK || argsPresent) {
-        return ret;
-    }
-    return VexaLogFailure(VEXA_ERR_PARAM, static_cast<uint32_t>(__LINE__), check);
-}
 
 extern "C" uint32_t VexaVerifyCreateCtx(VexaVerifyCtx **out, const VexaVerifyCtxParams *params)
 {

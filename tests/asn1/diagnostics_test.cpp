@@ -4,7 +4,7 @@
 #include <string>
 
 #include "tests/asn1/log_capture.h"
-#include "verify/diagnostics.h"
+#include "base/diagnostics.h"
 #include "vexa/vexa_log.h"
 
 namespace {

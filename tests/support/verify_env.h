@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "support/test_env.h"
-#include "verify/verify_ctx.h"
+#include "base/verify_ctx.h"
 #include "vexa/vexa_verify.h"
 
 namespace testenv {

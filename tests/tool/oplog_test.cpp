@@ -12,7 +12,7 @@
 
 #include <string>
 
-#include "oplog.h"
+#include "services/oplog.h"
 #include "support/test_env.h"
 
 namespace {

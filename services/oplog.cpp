@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "oplog.h"
+#include "services/oplog.h"
 
 #include <errno.h>
 #include <fcntl.h>

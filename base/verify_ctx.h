@@ -1,8 +1,8 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 /* The verification context as the library sees it. Callers hold only an
  * opaque pointer (include/vexa/vexa_verify.h). */
-#ifndef VERIFY_VERIFY_CTX_H
-#define VERIFY_VERIFY_CTX_H
+#ifndef BASE_VERIFY_CTX_H
+#define BASE_VERIFY_CTX_H
 
 #include <stdint.h>
 

@@ -15,8 +15,8 @@
  * exact check. Where a fixed message or a warning is wanted, VEXA_LOG writes
  * one record and leaves the control flow to the caller.
  */
-#ifndef VERIFY_DIAGNOSTICS_H
-#define VERIFY_DIAGNOSTICS_H
+#ifndef BASE_DIAGNOSTICS_H
+#define BASE_DIAGNOSTICS_H
 
 #include <stdint.h>
 

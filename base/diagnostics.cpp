@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "verify/diagnostics.h"
+#include "base/diagnostics.h"
 
 #include <stdarg.h>
 
