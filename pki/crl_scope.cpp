@@ -12,7 +12,6 @@
 
 namespace {
 
-constexpr uint32_t kTagSet = 0x31;
 constexpr uint32_t kFullName = 0;
 constexpr uint32_t kRelativeName = 1;
 constexpr uint32_t kDirectoryName = 4;
