@@ -31,6 +31,9 @@ const OptSpec kCertOpts[] = {
                     "clientAuth emailProtection OCSPSigning anyExtendedKeyUsage or dotted OIDs"},
     {"eku-critical", nullptr, "mark the extended key usage extension critical"},
     {"no-key-ids", nullptr, "leave out subject and authority key identifiers"},
+    {"ext", "NAME=VALUE", "add an extension in libcrypto's configuration syntax (repeatable), e.g. "
+                          "nameConstraints=critical,permitted;DNS:example.com or "
+                          "crlDistributionPoints=URI:http://example.com/ca.crl"},
     {"md", "NAME", "signature digest: sha256 (default), sha384, sha512 or sha1"},
     {"corrupt-signature", nullptr, "flip the last bit of the signature value"},
     {"form", "der|pem", "output form (default der)"},
@@ -366,6 +369,7 @@ uint32_t RunCert(const Args &args)
     if (rc == kOk && !HasFlag(args, "no-key-ids")) {
         rc = AddKeyIds(cert.get(), selfSigned ? cert.get() : issuerCert.get());
     }
+    if (rc == kOk) rc = AddConfExtensions(args, selfSigned ? cert.get() : issuerCert.get(), cert.get(), nullptr);
     if (rc == kOk && X509_sign(cert.get(), signingKey.get(), md) <= 0) rc = kErrCrypto;
     Bytes der;
     if (rc == kOk) rc = CertDer(cert.get(), &der);

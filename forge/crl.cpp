@@ -28,6 +28,8 @@ const OptSpec kCrlOpts[] = {
     {"revoke-range", "FIRST:COUNT:TIME", "add COUNT entries with serials FIRST, FIRST+1, ..."},
     {"indirect", nullptr, "add a critical issuing distribution point with indirectCRL TRUE"},
     {"crl-number", "N", "add a CRL number extension"},
+    {"ext", "NAME=VALUE", "add an extension in libcrypto's configuration syntax (repeatable), e.g. "
+                          "deltaCRL=critical,DER:02:01:01 or issuingDistributionPoint=critical,onlyuser:TRUE"},
     {"version", "1|2", "2 writes the version field (default), 1 leaves it out"},
     {"no-key-id", nullptr, "leave out the authority key identifier"},
     {"md", "NAME", "signature digest: sha256 (default), sha384, sha512 or sha1"},
@@ -264,6 +266,7 @@ uint32_t RunCrl(const Args &args)
     if (rc == kOk && nextUpdate != nullptr) rc = SetCrlTime(crl.get(), *nextUpdate, false);
     if (rc == kOk) rc = AddEntries(crl.get(), args);
     if (rc == kOk) rc = AddCrlExtensions(crl.get(), issuer.get(), args);
+    if (rc == kOk) rc = AddConfExtensions(args, issuer.get(), nullptr, crl.get());
     if (rc == kOk && X509_CRL_sign(crl.get(), key.get(), md) <= 0) rc = kErrCrypto;
     Bytes der;
     if (rc == kOk) rc = CrlDer(crl.get(), &der);
@@ -416,7 +419,7 @@ uint32_t RunCrlFile(const Args &args)
 const Command kCrlCommand = {
     "crl",
     "--issuer-cert FILE --issuer-key FILE --this-update TIME (--next-update TIME | "
-    "--no-next-update) [--revoke SERIAL:TIME[:REASON]]... [--indirect] --out FILE",
+    "--no-next-update) [--revoke SERIAL:TIME[:REASON]]... [--indirect] [--ext NAME=VALUE]... --out FILE",
     "Makes an X.509 CRL signed with RSA PKCS#1 v1.5. Entries keep the order given.",
     kCrlOpts,
     sizeof(kCrlOpts) / sizeof(kCrlOpts[0]),

@@ -103,6 +103,9 @@ void UsePkcs11Module(const Args &args);
 uint32_t LoadAnyKey(const std::string &path, PkeyPtr *out);
 uint32_t LoadCert(const std::string &path, X509Ptr *out);
 uint32_t CertDer(X509 *cert, Bytes *out);
+/* The --ext NAME=VALUE options, in libcrypto's configuration syntax, added
+ * to `cert` or (when it is null) to `crl`. */
+uint32_t AddConfExtensions(const Args &args, X509 *issuer, X509 *cert, X509_CRL *crl);
 uint32_t CrlDer(X509_CRL *crl, Bytes *out);
 /* Writes DER, or PEM under the given label when form is "pem". */
 uint32_t WriteForm(const std::string &path, const std::string *form, const char *pemLabel,

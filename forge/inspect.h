@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "forge.h"
+#include "vexa/vexa_result.h"
 
 namespace forge {
 
@@ -23,6 +24,14 @@ struct VerifyInputs {
 
 /* A name as RFC 2253 text, the form every part of the report uses. */
 std::string NameText(const X509_NAME *name);
+
+/* For 0x88200019 and 0x8820001A: the certificates of `path` that break the
+ * rule, in words (inspect_rules.cpp). */
+std::vector<std::string> PathRuleFindings(uint32_t code, const std::vector<X509 *> &path);
+
+/* Why `crl` cannot speak for `cert` (a delta, an unprocessed critical
+ * extension, a scope that leaves it out), or empty. */
+std::string CrlScopeProblem(X509_CRL *crl, X509 *cert);
 
 /* Runs checktool 3's verification with the given root; adds the
  * "verification" section; returns the result code checktool 3 ends with,

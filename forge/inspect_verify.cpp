@@ -95,6 +95,9 @@ constexpr struct {
     {VEXA_ERR_CMS_FORMAT, "the signature block does not decode as the DER CMS SignedData checktool reads"},
     {VEXA_ERR_CMS_SIGNATURE, "the signature does not verify over the content block"},
     {VEXA_ERR_PATH_TOO_DEEP, "CRL signers nest more than 11 deep"},
+    {VEXA_ERR_UNPROCESSED_CRITICAL,
+     "a certificate of a path below the root carries a critical extension checktool does not process"},
+    {VEXA_ERR_PATH_LENGTH, "a CA of a path has more CA certificates below it than its pathLenConstraint allows"},
     {VEXA_ERR_PARAM, "a required part is missing: the signer's time-stamp token, or an input"},
     {VEXA_ERR_TS_DIGEST, "the token's imprint uses a hash checktool does not accept (SHA-1)"},
     {VEXA_ERR_TSA_NOT_FOUND, "the TSA's certificate is neither in the token nor in the CRL file"},
@@ -183,7 +186,7 @@ const char *ReasonName(long reason)
 std::vector<std::string> Concerned(uint32_t code, const std::vector<X509 *> &path, const std::vector<X509_CRL *> &crls,
                                    const ASN1_TIME *genTime)
 {
-    std::vector<std::string> found;
+    std::vector<std::string> found = PathRuleFindings(code, path);
     std::vector<X509 *> seen;
     for (X509 *cert : path) {
         /* a CA certificate comes with the signature and with the CRL file */
@@ -251,8 +254,10 @@ std::vector<std::string> Concerned(uint32_t code, const std::vector<X509 *> &pat
                 for (X509 *c : path) {
                     issuer = issuer == nullptr && X509_check_issued(c, cert) == X509_V_OK ? c : issuer;
                 }
-                std::string problem;
-                if (issuer != nullptr && X509_CRL_verify(crl, X509_get0_pubkey(issuer)) != 1) {
+                std::string problem = CrlScopeProblem(crl, cert);
+                if (!problem.empty()) {
+                    /* skipped whatever its dates and signature */
+                } else if (issuer != nullptr && X509_CRL_verify(crl, X509_get0_pubkey(issuer)) != 1) {
                     problem = "its signature does not verify with the issuer's key";
                 } else if (next == nullptr || genTime == nullptr || ASN1_TIME_compare(next, genTime) < 0) {
                     problem = "it expired at " + Text(next) + ", before genTime, and does not list the certificate";

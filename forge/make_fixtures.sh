@@ -82,12 +82,14 @@ key int_new 2048
 # An issuer is named by its certificate, whose key file has the same name, or
 # as CERTIFICATE:KEY where they differ.
 issuer() { echo --issuer-cert "pki/${1%%:*}.der" --issuer-key "keys/${1##*:}.key"; }
-ca() { # name, key, issuer (or -), serial, subject, not-after
+ca() { # name, key, issuer (or -), serial, subject, not-after, extra...
   local issuer_args=(--self-signed)
   [ "$3" != "-" ] && read -r -a issuer_args <<< "$(issuer "$3")"
-  F cert --subject "$5" --key "keys/$2.key" "${issuer_args[@]}" --serial "$4" \
-    --not-before 250101000000Z --not-after "$6" --ca yes --key-usage keyCertSign,cRLSign \
-    --out "pki/$1.der"
+  local name=$1 k=$2 serial=$4 subject=$5 na=$6
+  shift 6
+  F cert --subject "$subject" --key "keys/$k.key" "${issuer_args[@]}" --serial "$serial" \
+    --not-before 250101000000Z --not-after "$na" --ca yes --key-usage keyCertSign,cRLSign "$@" \
+    --out "pki/$name.der"
 }
 ca root root - 1 "$DN/CN=Checktool Development Root 1" 20501231235959Z
 ca int int root 0x1001 "$DN/CN=Checktool Development Code Signing CA" 351231235959Z
@@ -114,6 +116,12 @@ ca chain1 int root 0x1201 "$DN/CN=Checktool Chain CA 1" 351231235959Z
 ca chain2 intb chain1:int 0x1202 "$DN/CN=Checktool Chain CA 2" 351231235959Z
 ca chain3 signer chain2:intb 0x1203 "$DN/CN=Checktool Chain CA 3" 351231235959Z
 ca chain4 signer2 chain3:signer 0x1204 "$DN/CN=Checktool Chain CA 4" 351231235959Z
+# Constraints a path must honour: a CA allowed no CA below it that issued
+# one anyway, and a CA constrained by critical name constraints.
+ca pathlen0 int root 0x1301 "$DN/CN=Checktool PathLen0 CA" 351231235959Z --path-len 0
+ca pathlen0_sub intb pathlen0:int 0x1302 "$DN/CN=Checktool PathLen0 Sub CA" 351231235959Z
+ca name_constrained int root 0x1303 "$DN/CN=Checktool Name Constrained CA" 351231235959Z \
+  --ext "nameConstraints=critical,permitted;DNS:example.com"
 
 leaf() { # name, key, issuer, serial, subject, not-before, not-after, key usage, eku, extra...
   local name=$1 k=$2 issuer=$3 serial=$4 subject=$5 nb=$6 na=$7 ku=$8 eku=$9
@@ -139,6 +147,11 @@ leaf other_signer other_signer other_int 0x2101 "$S" 250601000000Z 280601000000Z
 leaf signer_ku_decipher_only signer int 0x200a "$S" 250601000000Z 280601000000Z keyAgreement,decipherOnly codeSigning
 leaf signer_ku_with_decipher_only signer int 0x200b "$S" 250601000000Z 280601000000Z digitalSignature,decipherOnly codeSigning
 leaf vendor_signer signer vendor_signing:intb 0x2010 "$S" 250601000000Z 280601000000Z digitalSignature codeSigning
+leaf signer_below_pathlen0 signer pathlen0:int 0x2011 "$S" 250601000000Z 280601000000Z digitalSignature codeSigning
+leaf signer_below_pathlen0_sub signer pathlen0_sub:intb 0x2012 "$S" 250601000000Z 280601000000Z digitalSignature codeSigning
+leaf signer_name_constrained signer name_constrained:int 0x2013 "$S" 250601000000Z 280601000000Z digitalSignature codeSigning
+leaf signer_dp signer int 0x2014 "$S" 250601000000Z 280601000000Z digitalSignature codeSigning \
+  --ext "crlDistributionPoints=URI:http://crl.example/int.crl"
 
 root_size=$(stat -c %s pki/root.der)
 if [ "$root_size" != 1363 ]; then
@@ -188,6 +201,15 @@ crl chain1 chain1:int "${NOW[@]}"
 crl chain2 chain2:intb "${NOW[@]}"
 crl chain3 chain3:signer "${NOW[@]}" --indirect
 crl chain4 chain4:signer2 "${NOW[@]}" --indirect
+crl pathlen0 pathlen0:int "${NOW[@]}"
+crl pathlen0_sub pathlen0_sub:intb "${NOW[@]}"
+crl name_constrained name_constrained:int "${NOW[@]}"
+# CRLs that cannot speak for the certificates they would cover
+crl root_only_user root "${NOW[@]}" "${ROOT_ENTRY[@]}" --ext "issuingDistributionPoint=critical,onlyuser:TRUE"
+crl int_delta int "${NOW[@]}" "${INT_ENTRY[@]}" --ext "deltaCRL=critical,DER:02:01:01"
+crl int_unknown_critical int "${NOW[@]}" "${INT_ENTRY[@]}" --ext "1.3.6.1.4.1.99999.1=critical,DER:05:00"
+crl int_dp int "${NOW[@]}" "${INT_ENTRY[@]}" \
+  --ext "issuingDistributionPoint=critical,fullname:URI:http://crl.example/int.crl"
 
 # ---------------------------------------------------------------- CRL files
 cf() { # name, members... (crl/NAME.crl or pki/NAME.der)
@@ -229,6 +251,12 @@ cf loop_indirect_4 "$(C loop1)" "$(C loop2)" "$(C loop3)" "$(C loop4)" pki/loop1
   pki/loop3.der pki/loop4.der
 cf chain_two_indirect "$(C chain1)" "$(C chain2)" "$(C chain3)" "$(C chain4)" pki/chain1.der \
   pki/chain2.der pki/chain3.der pki/chain4.der
+cf pathlen0 "$(C root)" "$(C pathlen0)" "$(C pathlen0_sub)" pki/pathlen0.der pki/pathlen0_sub.der
+cf name_constrained "$(C root)" "$(C name_constrained)" pki/name_constrained.der
+cf root_crl_only_user "$(C root_only_user)" "$(C int)" pki/int.der
+cf int_crl_delta "$(C root)" "$(C int_delta)" pki/int.der
+cf int_crl_unknown_critical "$(C root)" "$(C int_unknown_critical)" pki/int.der
+cf int_crl_dp "$(C root)" "$(C int_dp)" pki/int.der
 F crlfile --trailing-zeros 20 --out crlfiles/good_trailing_20.der crlfiles/good.der
 F crlfile --trailing-zeros 40 --out crlfiles/good_trailing_40.der crlfiles/good.der
 F body --size 600 --out crlfiles/garbage.bin
@@ -294,6 +322,10 @@ sign_with rollover_old_key_expired signer signer signer,int_old_expired
 sign_with vendor_signer vendor_signer signer vendor_signer,vendor_signing
 sign_with signer_ku_decipher_only signer_ku_decipher_only signer signer_ku_decipher_only,int
 sign_with signer_ku_with_decipher_only signer_ku_with_decipher_only signer signer_ku_with_decipher_only,int
+sign_with below_pathlen0 signer_below_pathlen0 signer signer_below_pathlen0
+sign_with below_pathlen0_sub signer_below_pathlen0_sub signer signer_below_pathlen0_sub
+sign_with name_constrained signer_name_constrained signer signer_name_constrained
+sign_with signer_dp signer_dp signer signer_dp,int
 
 # ---------------------------------------------------------------- images
 img() { # name, signature, extra...
@@ -405,6 +437,16 @@ op3 rollover crlfiles/rollover.der valid "$V" 0 "verifies: the CA's CRL is signe
 opsig sig_vendor_same_first_attribute crlfiles/vendor_recovery_crl.der vendor_signer 0x88200002 "fails: the signer's revoked CA (CN=Vendor CA + OU=Code Signing) and the CRL's signer (CN=Vendor CA + OU=Key Recovery) match only on each RDN's first attribute"
 opsig sig_signer_ku_decipher_only $good signer_ku_decipher_only 0x88200007 "fails: key usage keyAgreement and decipherOnly (two octets), no digitalSignature"
 opsig sig_signer_ku_with_decipher_only $good signer_ku_with_decipher_only 0 "verifies: key usage digitalSignature and decipherOnly (two octets)"
+
+# Constraints of the path and the scope of CRLs: what cannot be honoured is refused.
+opsig sig_below_pathlen0 crlfiles/pathlen0.der below_pathlen0 0 "verifies: the signer's CA has pathLenConstraint 0 and issued the signer directly"
+opsig sig_pathlen0_exceeded crlfiles/pathlen0.der below_pathlen0_sub 0x8820001a "fails: a CA with pathLenConstraint 0 issued the sub-CA that issued the signer"
+opsig sig_name_constrained_ca crlfiles/name_constrained.der name_constrained 0x88200019 "fails: the signer's CA carries critical name constraints, which are not processed"
+opsig sig_root_crl_only_user crlfiles/root_crl_only_user.der valid 0x88200012 "fails: the root's CRL covers only end-entity certificates, so nothing shows the code-signing CA unrevoked"
+opsig sig_int_crl_delta crlfiles/int_crl_delta.der valid 0x88200012 "fails: the CA's only CRL is a delta CRL, which lists only changes since its base"
+opsig sig_int_crl_unknown_critical crlfiles/int_crl_unknown_critical.der valid 0x88200012 "fails: the CA's only CRL carries an unknown critical extension"
+opsig sig_int_crl_dp_not_named crlfiles/int_crl_dp.der valid 0x88200012 "fails: the CA's CRL covers one distribution point and the signer names none"
+opsig sig_int_crl_dp_named crlfiles/int_crl_dp.der signer_dp 0 "verifies: the CA's CRL covers the distribution point the signer names"
 
 # Operation 0: extract the image's own CRL block.
 row extract_crl 0 "images/valid.img OUT" - 0 "writes OUT with exactly the bytes of crlfiles/good.der"

@@ -5,7 +5,9 @@
 # checktool 3's status for the same inputs, and its JSON report holds the
 # listed code, its name and, for a refusal, the rule (and where a certificate
 # is concerned, that certificate: revoked, expired, not yet valid, without a
-# qualifying CRL, or with the wrong usages; a revoking CRL with its score).
+# qualifying CRL (or whose CRL cannot speak for it), with the wrong usages,
+# with an unprocessed critical extension or past a pathLenConstraint; a
+# revoking CRL with its score).
 #   inspect_verify_test.sh FORGE CHECKTOOL TESTDATA_DIR
 set -uo pipefail
 forge=$1 checktool=$2 data=$3
@@ -42,7 +44,7 @@ assert int(v["code"], 16) == code, f"{name}: code {v['code']}, listed {sys.argv[
 assert v["name"] != "unknown", name
 if code != 0:
     assert v["verdict"] == "refused" and "rule" in v, f"{name}: no rule: {v}"
-if code in (0x88200002, 0x88200007, 0x88200012, 0x88200013, 0x88200014):
+if code in (0x88200002, 0x88200007, 0x88200012, 0x88200013, 0x88200014, 0x88200019, 0x8820001A):
     assert "reason" in v and "'" in v["reason"], f"{name}: no certificate named: {v.get('reason')}"
 if code == 0x88200002:
     assert "score 0x" in v["reason"], f"{name}: the revoking CRL's score is missing: {v['reason']}"
