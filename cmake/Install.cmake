@@ -48,6 +48,9 @@ endfunction()
 # ---- the tool ---------------------------------------------------------------
 
 install(TARGETS checktool RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT checktool)
+# The reference update step, beside the tool it calls.
+install(PROGRAMS ${CMAKE_SOURCE_DIR}/tool/checktool-update-gate DESTINATION ${CMAKE_INSTALL_SBINDIR}
+  COMPONENT checktool)
 
 # ---- the library --------------------------------------------------------------
 
@@ -176,6 +179,7 @@ function(_checktool_man page section component)
 endfunction()
 
 _checktool_man(checktool 8 checktool)
+_checktool_man(checktool-update-gate 8 checktool)
 
 # ---- forge, when this tree builds it --------------------------------------------
 

@@ -201,6 +201,7 @@ extern const Command kBodyCommand;
 extern const Command kImageCommand;
 extern const Command kNormalizeCommand;
 extern const Command kInspectCommand;
+extern const Command kManifestCommand;
 
 } // namespace forge
 

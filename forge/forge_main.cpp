@@ -10,7 +10,7 @@ namespace {
 const forge::Command *const kCommands[] = {
     &forge::kKeyCommand,   &forge::kCertCommand,  &forge::kCrlCommand,  &forge::kCrlFileCommand,
     &forge::kSignCommand,  &forge::kTokenCommand, &forge::kBodyCommand, &forge::kImageCommand,
-    &forge::kNormalizeCommand, &forge::kInspectCommand,
+    &forge::kNormalizeCommand, &forge::kInspectCommand, &forge::kManifestCommand,
 };
 
 const forge::Command *FindCommand(const char *name)
