@@ -38,17 +38,32 @@ if(TARGET forge)
 endif()
 set(CPACK_COMPONENTS_ALL ${_components})
 
-if(CMAKE_CROSSCOMPILING)
-  set(_deb_arch_aarch64 arm64)
-  set(_deb_arch_arm armhf)
-  set(_deb_arch_armv7l armhf)
-  set(_deb_arch_x86_64 amd64)
-  set(_deb_arch_i686 i386)
-  set(_deb_arch_riscv64 riscv64)
-  if(NOT DEFINED _deb_arch_${CMAKE_SYSTEM_PROCESSOR})
-    message(FATAL_ERROR "no Debian architecture known for ${CMAKE_SYSTEM_PROCESSOR}; set CPACK_DEBIAN_PACKAGE_ARCHITECTURE")
+# A cross build's Debian architecture comes from its toolchain: the
+# multiarch triple (CMAKE_LIBRARY_ARCHITECTURE, else the compiler's
+# -dumpmachine) turned into an architecture by dpkg-architecture, which
+# knows every Debian architecture. Where none can be known, the build goes
+# on without the package target.
+if(CMAKE_CROSSCOMPILING AND NOT CPACK_DEBIAN_PACKAGE_ARCHITECTURE)
+  set(_triple "${CMAKE_LIBRARY_ARCHITECTURE}")
+  if(NOT _triple)
+    execute_process(COMMAND ${CMAKE_C_COMPILER} -dumpmachine OUTPUT_VARIABLE _triple
+      OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
   endif()
-  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${_deb_arch_${CMAKE_SYSTEM_PROCESSOR}})
+  set(_deb_arch "")
+  find_program(CHECKTOOL_DPKG_ARCHITECTURE dpkg-architecture)
+  if(_triple AND CHECKTOOL_DPKG_ARCHITECTURE)
+    execute_process(COMMAND ${CHECKTOOL_DPKG_ARCHITECTURE} -t ${_triple} -qDEB_HOST_ARCH
+      OUTPUT_VARIABLE _deb_arch OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET RESULT_VARIABLE _deb_rc)
+    if(NOT _deb_rc EQUAL 0)
+      set(_deb_arch "")
+    endif()
+  endif()
+  if(NOT _deb_arch)
+    message(WARNING "no Debian architecture known for the toolchain (${_triple}): the package target is left out; "
+      "set CPACK_DEBIAN_PACKAGE_ARCHITECTURE to make packages")
+    return()
+  endif()
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${_deb_arch})
 endif()
 
 # dpkg-shlibdeps works out the run-time dependencies from the binaries; it

@@ -4,8 +4,9 @@
 # both with warnings as errors (the clang one with the benchmarks, so they
 # keep compiling), an AddressSanitizer + UndefinedBehaviorSanitizer build,
 # then the hardening checks: every fuzz target for 20 s and the
-# allocation-failure build. The install tests build the Debian packages and
-# check them with lintian.
+# allocation-failure build, and last the armhf cross build with its suite
+# under qemu-user. The install tests build the Debian packages and check
+# them with lintian.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 "$top/scripts/deps.sh"
@@ -33,5 +34,9 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:ha
   ctest --test-dir "$top/build-test/asan" -j "$jobs" --output-on-failure
 
 "$top/scripts/hardening.sh" 20
+
+# 32-bit ARM, the bulk of the devices: cross-built, its whole suite under
+# qemu-user, its packages through lintian.
+"$top/scripts/cross.sh" armhf "$top/build-test/armhf"
 
 echo "all test builds passed"

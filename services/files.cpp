@@ -15,7 +15,10 @@
 namespace {
 constexpr size_t kPathBufSize = 4096;
 static_assert(kPathBufSize >= PATH_MAX, "realpath writes up to PATH_MAX bytes");
-constexpr long kMaxFileSize = 0xFFFFFFFFL;
+/* Files are measured in 64-bit offsets on every target: a 32-bit long
+ * holds neither the limit (it would read -1) nor a size past 2 GiB. */
+static_assert(sizeof(off_t) >= 8, "build with 64-bit file offsets (_FILE_OFFSET_BITS=64)");
+constexpr off_t kMaxFileSize = static_cast<off_t>(0xFFFFFFFFLL);
 
 /* open(2) flags for an fopen mode, never O_CREAT: the tool only fills
  * files its caller prepared. Truncation waits until the file is known to be
@@ -125,16 +128,16 @@ extern "C" uint64_t VexaFileGetSize(FILE *file)
         LOG_MAJOR("input para is null.\n\n");
         return 0;
     }
-    long here = ftell(file);
+    const off_t here = ftello(file);
     if (here < 0) {
         LOG_MAJOR("ftell failed.\n\n");
         return 0;
     }
-    (void)fseek(file, 0, SEEK_END);
-    long size = ftell(file);
-    (void)fseek(file, here, SEEK_SET);
+    (void)fseeko(file, 0, SEEK_END);
+    const off_t size = ftello(file);
+    (void)fseeko(file, here, SEEK_SET);
     if (size < 0 || size > kMaxFileSize) {
-        LOG_MAJOR("file size[%ld] is out of range.\n\n", size);
+        LOG_MAJOR("file size[%lld] is out of range.\n\n", static_cast<long long>(size));
         return 0;
     }
     return static_cast<uint64_t>(size);

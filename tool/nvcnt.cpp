@@ -22,9 +22,11 @@ constexpr uint32_t kNvcntAbsent = 1;
 constexpr uint32_t kNvcntFailed = 2;
 constexpr size_t kNvcntTextSize = 64;
 
-uint32_t read_record_at(FILE *file, long offset, NvcntRecord *record)
+/* Offsets are 64-bit on every target: a 32-bit long cannot reach the end
+ * of an image past 2 GiB. */
+uint32_t read_record_at(FILE *file, int64_t offset, NvcntRecord *record)
 {
-    int seek = fseek(file, offset, SEEK_SET);
+    int seek = fseeko(file, static_cast<off_t>(offset), SEEK_SET);
     if (seek != 0) {
         LOG_MAJOR("fseek fail, ret=%d.\n\n", seek);
         return VEXA_ERR_FILE_READ;
@@ -53,10 +55,11 @@ uint32_t get_cms_image_nvcnt_open(FILE *file, uint8_t *header, NvcntRecord *reco
     int64_t offset = static_cast<int64_t>(bodyEnd) - image::kNvcntRecordSize;
     uint64_t size = VexaFileGetSize(file);
     if (size == 0 || static_cast<int64_t>(size) - static_cast<int64_t>(image::kNvcntRecordSize) < offset) {
-        LOG_MAJOR("file_size [%u] or offset[%ld] invalid.\n\n", static_cast<uint32_t>(size), static_cast<long>(offset));
+        LOG_MAJOR("file_size [%u] or offset[%lld] invalid.\n\n", static_cast<uint32_t>(size),
+                  static_cast<long long>(offset));
         return VEXA_ERR_FILE_EMPTY;
     }
-    return read_record_at(file, static_cast<long>(offset), record);
+    return read_record_at(file, offset, record);
 }
 
 uint32_t get_cms_image_nvcnt(const char *imagePath, NvcntRecord *record)
@@ -92,7 +95,7 @@ uint32_t get_soc_image_nvcnt(const char *imagePath, NvcntRecord *record)
         ret = VEXA_ERR_FILE_EMPTY;
     } else {
         /* A file shorter than the record seeks before its start and fails. */
-        ret = read_record_at(file, static_cast<long>(size) - static_cast<long>(image::kNvcntRecordSize), record);
+        ret = read_record_at(file, static_cast<int64_t>(size) - static_cast<int64_t>(image::kNvcntRecordSize), record);
     }
     (void)VexaFileClose(file);
     return ret;

@@ -53,6 +53,8 @@ tool=$root/usr/sbin/checktool
 case $(readelf -h "$tool" | sed -n 's/^ *Machine: *//p') in
   *X86-64*) triplet=x86_64-linux-gnu qemu= ;;
   *AArch64*) triplet=aarch64-linux-gnu qemu=qemu-aarch64-static ;;
+  *ARM*) triplet=arm-linux-gnueabihf qemu=qemu-arm-static ;;
+  *S/390*) triplet=s390x-linux-gnu qemu=qemu-s390x-static ;;
   *) fail "no library search path known for this machine" ;;
 esac
 needed_of() { readelf -d "$1" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p'; }

@@ -71,7 +71,8 @@ X509_NAME *ParseName(const std::string &text)
 template <class T, class F>
 void SetTime(T *obj, F set, int64_t t)
 {
-    ASN1_TIME *time = ASN1_TIME_set(nullptr, static_cast<time_t>(t));
+    /* from day and second offsets, so a 32-bit time_t still reaches past 2038 */
+    ASN1_TIME *time = ASN1_TIME_adj(nullptr, 0, static_cast<int>(t / 86400), static_cast<long>(t % 86400));
     set(obj, time);
     ASN1_TIME_free(time);
 }
