@@ -4,7 +4,7 @@
 set -euo pipefail
 pkgs=(cmake ninja-build g++ clang libclang-rt-14-dev libssl-dev openssl libgtest-dev
       libbenchmark-dev ca-certificates util-linux groff-base man-db dpkg-dev python3 lintian
-      libcurl4-openssl-dev libp11-dev softhsm2 nlohmann-json3-dev busybox dash)
+      libcurl4-openssl-dev libp11-dev softhsm2 nlohmann-json3-dev busybox dash valgrind)
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
