@@ -60,7 +60,6 @@ namespace forge {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
 
 struct CodeName {
     const char *name;
@@ -160,17 +159,6 @@ void ReadCrlFile(const Bytes &data, std::vector<X509_CRL *> *crls, std::vector<X
     }
 }
 
-std::string Text(const ASN1_TIME *t)
-{
-    struct tm tm {};
-    if (t == nullptr || ASN1_TIME_to_tm(t, &tm) != 1) {
-        return "?";
-    }
-    char buf[32];
-    strftime(buf, sizeof(buf), "%Y-%m-%d %H:%M:%SZ", &tm);
-    return buf;
-}
-
 const char *ReasonName(long reason)
 {
     static const char *const kNames[] = {"unspecified",          "keyCompromise",   "cACompromise",
@@ -220,15 +208,15 @@ std::vector<std::string> Concerned(uint32_t code, const std::vector<X509 *> &pat
                                        (sameIssuer ? 0x20u : 0u) | (indirect ? 0x10u : 0u);
                 char scoreText[8];
                 snprintf(scoreText, sizeof(scoreText), "0x%02X", score);
-                found.push_back("'" + subject + "' revoked at " + Text(X509_REVOKED_get0_revocationDate(entry)) + " (" +
+                found.push_back("'" + subject + "' revoked at " + IsoTime(X509_REVOKED_get0_revocationDate(entry)) + " (" +
                                 why + ") by the CRL of '" + NameText(X509_CRL_get_issuer(crl)) + "' (thisUpdate " +
-                                Text(X509_CRL_get0_lastUpdate(crl)) + ", score " + scoreText + ")");
+                                IsoTime(X509_CRL_get0_lastUpdate(crl)) + ", score " + scoreText + ")");
             }
         } else if (code == VEXA_ERR_EXPIRED && genTime != nullptr && ASN1_TIME_compare(X509_get0_notAfter(cert), genTime) < 0) {
-            found.push_back("'" + subject + "' expired at " + Text(X509_get0_notAfter(cert)));
+            found.push_back("'" + subject + "' expired at " + IsoTime(X509_get0_notAfter(cert)));
         } else if (code == VEXA_ERR_NOT_YET_VALID && genTime != nullptr &&
                    ASN1_TIME_compare(X509_get0_notBefore(cert), genTime) > 0) {
-            found.push_back("'" + subject + "' valid only from " + Text(X509_get0_notBefore(cert)));
+            found.push_back("'" + subject + "' valid only from " + IsoTime(X509_get0_notBefore(cert)));
         } else if (code == VEXA_ERR_KEY_USAGE && (X509_get_extension_flags(cert) & EXFLAG_CA) == 0) {
             /* the signer needs digitalSignature and codeSigning first, the
              * TSA digitalSignature and timeStamping first: each end entity's
@@ -260,13 +248,13 @@ std::vector<std::string> Concerned(uint32_t code, const std::vector<X509 *> &pat
                 } else if (issuer != nullptr && X509_CRL_verify(crl, X509_get0_pubkey(issuer)) != 1) {
                     problem = "its signature does not verify with the issuer's key";
                 } else if (next == nullptr || genTime == nullptr || ASN1_TIME_compare(next, genTime) < 0) {
-                    problem = "it expired at " + Text(next) + ", before genTime, and does not list the certificate";
+                    problem = "it expired at " + IsoTime(next) + ", before genTime, and does not list the certificate";
                 } else {
                     covered = true;
                 }
                 if (!problem.empty()) {
                     why += (why.empty() ? "" : "; ") + std::string("the CRL with thisUpdate ") +
-                           Text(X509_CRL_get0_lastUpdate(crl)) + " does not qualify: " + problem;
+                           IsoTime(X509_CRL_get0_lastUpdate(crl)) + " does not qualify: " + problem;
                 }
             }
             if (!covered) {
@@ -339,7 +327,7 @@ uint32_t VerifyLikeChecktool(const VerifyInputs &in, Json *report)
             genTime = nullptr;
         }
     }
-    const std::string judged = genTime != nullptr ? Text(genTime) : "";
+    const std::string judged = genTime != nullptr ? IsoTime(genTime) : "";
     if (!judged.empty()) {
         v["judgedAt"] = judged + " (genTime of the signer's time-stamp token)";
     }

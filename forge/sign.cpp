@@ -1,12 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 /* forge sign: a detached CMS SignedData over content, every signer carrying
- * an RFC 3161 time-stamp token as its unsigned attribute.
- *
- * The structures are assembled as DER here rather than through the CMS and
- * TS builders, because the fixtures need shapes those builders refuse to
- * make (two signers with separate tokens, a token without signed
- * attributes, an imprint over the wrong bytes, a genTime altered after
- * signing) and because the output must be the same bytes on every run. */
+ * an RFC 3161 time-stamp token as its unsigned attribute: from a TSA's key
+ * (timestamp_token.cpp) or a TSA's URL (tsa_client.cpp). The DER is
+ * assembled in cms_assembly.cpp. */
 #include <string.h>
 
 #include <algorithm>
@@ -14,22 +10,11 @@
 #include <openssl/cms.h>
 #include <openssl/err.h>
 
-#include "forge.h"
+#include "cms.h"
 
 namespace forge {
 
 namespace {
-
-constexpr const char *kOidData = "1.2.840.113549.1.7.1";
-constexpr const char *kOidSignedData = "1.2.840.113549.1.7.2";
-constexpr const char *kOidTstInfo = "1.2.840.113549.1.9.16.1.4";
-constexpr const char *kOidContentType = "1.2.840.113549.1.9.3";
-constexpr const char *kOidMessageDigest = "1.2.840.113549.1.9.4";
-constexpr const char *kOidSigningTime = "1.2.840.113549.1.9.5";
-constexpr const char *kOidSigningCertV2 = "1.2.840.113549.1.9.16.2.47";
-constexpr const char *kOidTimeStampToken = "1.2.840.113549.1.9.16.2.14";
-constexpr const char *kOidRsaEncryption = "1.2.840.113549.1.1.1";
-constexpr const char *kDefaultPolicy = "2.999.5.1";
 
 const OptSpec kSignOpts[] = {
     {"pkcs11-module", "FILE", "PKCS#11 module for keys given as pkcs11: URIs without module-path"},
@@ -63,39 +48,6 @@ const OptSpec kSignOpts[] = {
     {"ts-serial", "N", "TSTInfo serial number (default 1)"},
     {"ts-policy", "OID", "TSTInfo policy (default 2.999.5.1)"},
     {"ts-tamper-gen-time", "TIME", "write this genTime into the TSTInfo after signing it"},
-};
-
-const OptSpec kTokenOpts[] = {
-    {"in", "FILE", "a signature made by forge sign (DER or PEM)"},
-    {"signer", "N", "which signer, from 1 (default 1)"},
-    {"out", "FILE", "where to write the signer's time-stamp token (DER ContentInfo)"},
-    {"signature-out", "FILE", "where to write the signer's signature value (the bytes the "
-                              "imprint should cover)"},
-};
-
-/* Everything one signer needs, gathered from its group of options. */
-struct SignerSpec {
-    std::string certPath;
-    std::string keyPath;
-    std::string digest = "sha256";
-    bool signedAttrs = true;
-    std::string signingTime;
-    bool token = true;
-    TsaOptions tsa;
-    std::string tsaCertPath;
-    std::string tsaKeyPath;
-    std::string genTime;
-    std::string tsDigest = "sha256";
-    std::string tsSignDigest = "sha256";
-    std::string imprintOver = "signature";
-    std::string imprintFile;
-    bool tsSignedAttrs = true;
-    std::vector<std::string> tsCerts;
-    bool tsNoCerts = false;
-    std::string tsSerial = "1";
-    std::string tsPolicy = kDefaultPolicy;
-    std::string tamperGenTime;
-    std::string tsaTimeout;
 };
 
 bool IsSignerOption(const std::string &name)
@@ -186,203 +138,6 @@ uint32_t CollectSigners(const Args &args, std::vector<SignerSpec> *signers)
             return kErrUsage;
         }
     }
-    return kOk;
-}
-
-Bytes Attribute(const char *oid, const Bytes &value)
-{
-    Bytes o = DerOid(oid);
-    Bytes values = DerSetOf({value});
-    return DerTlv(kTagSequence, DerCat({&o, &values}));
-}
-
-/* IssuerAndSerialNumber of a certificate, byte for byte from it. */
-uint32_t IssuerAndSerial(X509 *cert, Bytes *out)
-{
-    unsigned char *name = nullptr;
-    int nameLen = i2d_X509_NAME(X509_get_issuer_name(cert), &name);
-    unsigned char *serial = nullptr;
-    int serialLen = i2d_ASN1_INTEGER(X509_get0_serialNumber(cert), &serial);
-    uint32_t rc = kErrCrypto;
-    if (nameLen > 0 && serialLen > 0) {
-        Bytes n(name, name + nameLen);
-        Bytes s(serial, serial + serialLen);
-        *out = DerTlv(kTagSequence, DerCat({&n, &s}));
-        rc = kOk;
-    }
-    OPENSSL_free(name);
-    OPENSSL_free(serial);
-    return rc;
-}
-
-uint32_t CertsField(const std::vector<std::string> &paths, Bytes *out)
-{
-    Bytes all;
-    for (const std::string &path : paths) {
-        X509Ptr cert;
-        Bytes der;
-        uint32_t rc = LoadCert(path, &cert);
-        if (rc == kOk) rc = CertDer(cert.get(), &der);
-        if (rc != kOk) {
-            return rc;
-        }
-        all.insert(all.end(), der.begin(), der.end());
-    }
-    /* [0] IMPLICIT SET OF Certificate, in the order given: the verifier's
-     * store keeps that order, so the fixtures choose it. */
-    out->clear();
-    if (!paths.empty()) {
-        *out = DerTlv(kTagCtx0, all);
-    }
-    return kOk;
-}
-
-/* A SignerInfo over `data` (the content, or the TSTInfo of a token).
- * extraAttrs are added to the signed attributes; the signature value is
- * returned for the time-stamp imprint. */
-struct SignerInfoParts {
-    X509 *cert;
-    EVP_PKEY *key;
-    const EVP_MD *md;
-    bool signedAttrs;
-    const char *contentTypeOid;
-    std::vector<Bytes> extraAttrs;
-};
-
-uint32_t BuildSignerInfo(const SignerInfoParts &parts, const Bytes &data, const Bytes &signedData,
-                         const Bytes &unsignedAttrs, Bytes *out, Bytes *signatureValue)
-{
-    /* `data` is what the message digest covers; `signedData` is what an
-     * attribute-less signature covers (they differ only for a tampered
-     * token). */
-    Bytes sid;
-    uint32_t rc = IssuerAndSerial(parts.cert, &sid);
-    if (rc != kOk) {
-        return rc;
-    }
-    const char *digestOid = DigestOid(parts.md);
-    Bytes version = DerUint(1);
-    Bytes digestAlg = AlgId(digestOid, false);
-    Bytes attrsField;
-    Bytes toSign;
-    if (parts.signedAttrs) {
-        Bytes md;
-        rc = Digest(parts.md, data.data(), data.size(), &md);
-        if (rc != kOk) {
-            return rc;
-        }
-        std::vector<Bytes> attrs = parts.extraAttrs;
-        attrs.push_back(Attribute(kOidContentType, DerOid(parts.contentTypeOid)));
-        attrs.push_back(Attribute(kOidMessageDigest, DerOctets(md)));
-        /* The signature covers the attributes under the SET tag; they are
-         * stored under [0] IMPLICIT. */
-        toSign = DerSetOf(attrs);
-        attrsField = toSign;
-        attrsField[0] = kTagCtx0;
-    } else {
-        toSign = signedData;
-    }
-    Bytes sig;
-    rc = RsaSign(parts.key, parts.md, toSign, &sig);
-    if (rc != kOk) {
-        return rc;
-    }
-    Bytes sigAlg = AlgId(kOidRsaEncryption, true);
-    Bytes sigField = DerOctets(sig);
-    Bytes content = DerCat({&version, &sid, &digestAlg, &attrsField, &sigAlg, &sigField,
-                            &unsignedAttrs});
-    *out = DerTlv(kTagSequence, content);
-    *signatureValue = sig;
-    return kOk;
-}
-
-Bytes ContentInfo(const Bytes &signedDataContent)
-{
-    Bytes type = DerOid(kOidSignedData);
-    Bytes sd = DerTlv(kTagSequence, signedDataContent);
-    Bytes explicitSd = DerTlv(kTagCtx0, sd);
-    return DerTlv(kTagSequence, DerCat({&type, &explicitSd}));
-}
-
-Bytes TstInfo(const SignerSpec &s, const EVP_MD *imprintMd, const Bytes &imprint,
-              const Bytes &serialDer, const std::string &genTime)
-{
-    Bytes version = DerUint(1);
-    Bytes policy = DerOid(s.tsPolicy.c_str());
-    Bytes alg = AlgId(DigestOid(imprintMd), false);
-    Bytes hashed = DerOctets(imprint);
-    Bytes msgImprint = DerTlv(kTagSequence, DerCat({&alg, &hashed}));
-    Bytes time = DerTime(genTime);
-    return DerTlv(kTagSequence, DerCat({&version, &policy, &msgImprint, &serialDer, &time}));
-}
-
-/* The RFC 3161 token over `imprintSource`, as a ContentInfo. */
-uint32_t BuildToken(const SignerSpec &s, const Bytes &imprintSource, Bytes *out)
-{
-    const EVP_MD *imprintMd = DigestByName(s.tsDigest);
-    const EVP_MD *signMd = DigestByName(s.tsSignDigest);
-    if (imprintMd == nullptr || signMd == nullptr) {
-        return kErrUsage;
-    }
-    if (DerOid(s.tsPolicy.c_str()).empty()) {
-        Fail("sign: bad --ts-policy '%s'", s.tsPolicy.c_str());
-        return kErrUsage;
-    }
-    X509Ptr tsaCert;
-    PkeyPtr tsaKey;
-    Bytes serial;
-    uint32_t rc = LoadCert(s.tsaCertPath, &tsaCert);
-    if (rc == kOk) rc = LoadPrivateKey(s.tsaKeyPath, &tsaKey);
-    if (rc == kOk) rc = ParseSerial(s.tsSerial, &serial);
-    Bytes imprint;
-    if (rc == kOk) rc = Digest(imprintMd, imprintSource.data(), imprintSource.size(), &imprint);
-    if (rc != kOk) {
-        return rc;
-    }
-    Bytes signedTst = TstInfo(s, imprintMd, imprint, serial, s.genTime);
-    Bytes writtenTst = s.tamperGenTime.empty()
-                           ? signedTst
-                           : TstInfo(s, imprintMd, imprint, serial, s.tamperGenTime);
-
-    SignerInfoParts parts{tsaCert.get(), tsaKey.get(), signMd, s.tsSignedAttrs, kOidTstInfo, {}};
-    if (s.tsSignedAttrs) {
-        /* ESS signing-certificate-v2 with the SHA-256 of the TSA
-         * certificate (hashAlgorithm left at its default): RFC 3161
-         * clients look for it. */
-        Bytes tsaDer;
-        Bytes certHash;
-        rc = CertDer(tsaCert.get(), &tsaDer);
-        if (rc == kOk) rc = Digest(EVP_sha256(), tsaDer.data(), tsaDer.size(), &certHash);
-        if (rc != kOk) {
-            return rc;
-        }
-        Bytes essCertId = DerTlv(kTagSequence, DerOctets(certHash));
-        Bytes certIds = DerTlv(kTagSequence, essCertId);
-        Bytes signingCert = DerTlv(kTagSequence, certIds);
-        parts.extraAttrs.push_back(Attribute(kOidSigningCertV2, signingCert));
-    }
-    Bytes signerInfo;
-    Bytes unusedSig;
-    rc = BuildSignerInfo(parts, signedTst, signedTst, Bytes(), &signerInfo, &unusedSig);
-    if (rc != kOk) {
-        return rc;
-    }
-    std::vector<std::string> certPaths = s.tsCerts;
-    if (certPaths.empty() && !s.tsNoCerts) {
-        certPaths.push_back(s.tsaCertPath);
-    }
-    Bytes certs;
-    rc = CertsField(certPaths, &certs);
-    if (rc != kOk) {
-        return rc;
-    }
-    Bytes version = DerUint(3);
-    Bytes digestAlgs = DerSetOf({AlgId(DigestOid(signMd), false)});
-    Bytes eType = DerOid(kOidTstInfo);
-    Bytes eContent = DerTlv(kTagCtx0, DerOctets(writtenTst));
-    Bytes encap = DerTlv(kTagSequence, DerCat({&eType, &eContent}));
-    Bytes signerInfos = DerTlv(kTagSet, signerInfo);
-    *out = ContentInfo(DerCat({&version, &digestAlgs, &encap, &certs, &signerInfos}));
     return kOk;
 }
 
@@ -505,76 +260,6 @@ uint32_t RunSign(const Args &args)
     return WriteFile(*outPath, pemLabel != nullptr ? PemArmour(pemLabel, der) : der);
 }
 
-/* ---- token: take a signer's token back out, for checking it alone ------- */
-
-uint32_t RunToken(const Args &args)
-{
-    const std::string *inPath = nullptr;
-    uint32_t rc = RequireOpt(args, "in", &inPath);
-    if (rc != kOk) {
-        return rc;
-    }
-    uint32_t index = 1;
-    if (const std::string *n = FindOpt(args, "signer")) {
-        rc = ParseU32(*n, &index);
-        if (rc != kOk || index == 0) {
-            Fail("--signer counts from 1");
-            return kErrUsage;
-        }
-    }
-    Bytes data;
-    rc = ReadFile(*inPath, &data);
-    if (rc != kOk) {
-        return rc;
-    }
-    if (LooksLikePem(data)) {
-        std::vector<PemBlock> blocks;
-        rc = PemBlocks(data, &blocks);
-        if (rc != kOk || blocks.empty()) {
-            Fail("%s has no PEM block", inPath->c_str());
-            return kErrInput;
-        }
-        data = blocks[0].der;
-    }
-    const unsigned char *p = data.data();
-    CMS_ContentInfo *cms = d2i_CMS_ContentInfo(nullptr, &p, static_cast<long>(data.size()));
-    STACK_OF(CMS_SignerInfo) *infos = cms != nullptr ? CMS_get0_SignerInfos(cms) : nullptr;
-    if (infos == nullptr || static_cast<int>(index) > sk_CMS_SignerInfo_num(infos)) {
-        CMS_ContentInfo_free(cms);
-        ERR_clear_error();
-        Fail("%s has no signer %u", inPath->c_str(), index);
-        return kErrInput;
-    }
-    CMS_SignerInfo *si = sk_CMS_SignerInfo_value(infos, static_cast<int>(index) - 1);
-    ASN1_OCTET_STRING *sig = CMS_SignerInfo_get0_signature(si);
-    Bytes sigValue(sig->data, sig->data + sig->length);
-    ASN1_OBJECT *tokenOid = OBJ_txt2obj(kOidTimeStampToken, 1);
-    int at = CMS_unsigned_get_attr_by_OBJ(si, tokenOid, -1);
-    ASN1_OBJECT_free(tokenOid);
-    X509_ATTRIBUTE *attr = at >= 0 ? CMS_unsigned_get_attr(si, at) : nullptr;
-    ASN1_TYPE *value = attr != nullptr ? X509_ATTRIBUTE_get0_type(attr, 0) : nullptr;
-    Bytes token;
-    if (value != nullptr && value->type == V_ASN1_SEQUENCE) {
-        token.assign(value->value.sequence->data,
-                     value->value.sequence->data + value->value.sequence->length);
-    }
-    CMS_ContentInfo_free(cms);
-    if (const std::string *sigOut = FindOpt(args, "signature-out")) {
-        rc = WriteFile(*sigOut, sigValue);
-        if (rc != kOk) {
-            return rc;
-        }
-    }
-    if (const std::string *tokenOut = FindOpt(args, "out")) {
-        if (token.empty()) {
-            Fail("signer %u of %s carries no time-stamp token", index, inPath->c_str());
-            return kErrInput;
-        }
-        rc = WriteFile(*tokenOut, token);
-    }
-    return rc;
-}
-
 const Command kSignCommand = {
     "sign",
     "--content FILE [--cert FILE]... --out FILE [--form der|cms|pkcs7]\n"
@@ -589,16 +274,6 @@ const Command kSignCommand = {
     kSignOpts,
     sizeof(kSignOpts) / sizeof(kSignOpts[0]),
     RunSign,
-};
-
-const Command kTokenCommand = {
-    "token",
-    "--in FILE [--signer N] [--out TOKEN] [--signature-out FILE]",
-    "Writes a signer's time-stamp token and signature value from a signature, so that they can\n"
-    "be checked on their own (openssl ts -verify -in TOKEN -token_in -data FILE ...).",
-    kTokenOpts,
-    sizeof(kTokenOpts) / sizeof(kTokenOpts[0]),
-    RunToken,
 };
 
 } // namespace forge
