@@ -66,6 +66,8 @@ uint32_t RequireOpt(const Args &args, const char *name, const std::string **out)
 uint32_t ParseU64(const std::string &text, uint64_t *out);
 uint32_t ParseU32(const std::string &text, uint32_t *out);
 void Fail(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+/* Fail with libcrypto's first queued error after "`what` failed". */
+void ReportCrypto(const char *what);
 
 /* ---- libcrypto handles ---------------------------------------------- */
 
@@ -103,6 +105,11 @@ void UsePkcs11Module(const Args &args);
 uint32_t LoadAnyKey(const std::string &path, PkeyPtr *out);
 uint32_t LoadCert(const std::string &path, X509Ptr *out);
 uint32_t CertDer(X509 *cert, Bytes *out);
+/* Certificate extensions from forge cert's options (extensions.cpp). */
+uint32_t AddKeyUsage(X509 *cert, const std::string &list);
+uint32_t AddExtKeyUsage(X509 *cert, const std::string &list, bool critical);
+uint32_t AddBasicConstraints(X509 *cert, const std::string &ca, const std::string *pathLen);
+uint32_t AddKeyIds(X509 *cert, X509 *issuer);
 /* The --ext NAME=VALUE options, in libcrypto's configuration syntax, added
  * to `cert` or (when it is null) to `crl`. */
 uint32_t AddConfExtensions(const Args &args, X509 *issuer, X509 *cert, X509_CRL *crl);

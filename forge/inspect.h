@@ -58,6 +58,12 @@ std::vector<std::string> PathRuleFindings(uint32_t code, const std::vector<X509 
  * extension, a scope that leaves it out), or empty. */
 std::string CrlScopeProblem(X509_CRL *crl, X509 *cert);
 
+/* The certificates and CRLs a refusal with `code` concerns, in words: who
+ * is revoked, expired, without a CRL that can speak for it, with the wrong
+ * usages or past a path rule (inspect_rules.cpp). */
+std::vector<std::string> Concerned(uint32_t code, const std::vector<X509 *> &path, const std::vector<X509_CRL *> &crls,
+                                   const ASN1_TIME *genTime);
+
 /* Runs checktool 3's verification with the given root; adds the
  * "verification" section; returns the result code checktool 3 ends with,
  * or a forge code for a root that cannot be read. */

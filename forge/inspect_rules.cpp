@@ -5,6 +5,8 @@
  * cannot speak for a certificate (a delta, a critical extension, or a
  * scope that leaves it out). Read with libcrypto, independently of the
  * library's own decoding. */
+#include <algorithm>
+
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
@@ -131,6 +133,15 @@ bool CertNamesPoint(X509 *cert, DIST_POINT_NAME *idpName, const X509_NAME *crlIs
     return named;
 }
 
+const char *ReasonName(long reason)
+{
+    static const char *const kNames[] = {"unspecified",          "keyCompromise",   "cACompromise",
+                                         "affiliationChanged",   "superseded",      "cessationOfOperation",
+                                         "certificateHold",      "(7)",             "removeFromCRL",
+                                         "privilegeWithdrawn",   "aACompromise"};
+    return reason >= 0 && reason <= 10 ? kNames[reason] : "(other)";
+}
+
 } // namespace
 
 std::vector<std::string> PathRuleFindings(uint32_t code, const std::vector<X509 *> &path)
@@ -217,6 +228,104 @@ std::string CrlScopeProblem(X509_CRL *crl, X509 *cert)
     }
     ISSUING_DIST_POINT_free(idp);
     return problem;
+}
+
+/* The certificate concerned, found the way the rule reads: entries of the
+ * CRL file that list a path certificate, or validity periods that exclude
+ * genTime. */
+std::vector<std::string> Concerned(uint32_t code, const std::vector<X509 *> &path, const std::vector<X509_CRL *> &crls,
+                                   const ASN1_TIME *genTime)
+{
+    std::vector<std::string> found = PathRuleFindings(code, path);
+    std::vector<X509 *> seen;
+    for (X509 *cert : path) {
+        /* a CA certificate comes with the signature and with the CRL file */
+        if (std::any_of(seen.begin(), seen.end(), [cert](X509 *s) { return X509_cmp(s, cert) == 0; })) {
+            continue;
+        }
+        seen.push_back(cert);
+        const std::string subject = NameText(X509_get_subject_name(cert));
+        if (code == VEXA_ERR_REVOKED) {
+            for (X509_CRL *crl : crls) {
+                ISSUING_DIST_POINT *idp = static_cast<ISSUING_DIST_POINT *>(
+                    X509_CRL_get_ext_d2i(crl, NID_issuing_distribution_point, nullptr, nullptr));
+                const bool indirect = idp != nullptr && idp->indirectCRL != 0;
+                ISSUING_DIST_POINT_free(idp);
+                const bool sameIssuer = X509_NAME_cmp(X509_CRL_get_issuer(crl), X509_get_issuer_name(cert)) == 0;
+                if (!sameIssuer && !indirect) {
+                    continue;
+                }
+                X509_REVOKED *entry = nullptr;
+                if (X509_CRL_get0_by_serial(crl, &entry, X509_get0_serialNumber(cert)) != 1 || entry == nullptr) {
+                    continue;
+                }
+                ASN1_ENUMERATED *reason =
+                    static_cast<ASN1_ENUMERATED *>(X509_REVOKED_get_ext_d2i(entry, NID_crl_reason, nullptr, nullptr));
+                const std::string why = reason != nullptr ? ReasonName(ASN1_ENUMERATED_get(reason)) : "no reason given";
+                ASN1_ENUMERATED_free(reason);
+                /* the candidate score CRL selection gave it: listed 0x80,
+                 * current 0x40, same issuer 0x20, indirect 0x10 */
+                const ASN1_TIME *next = X509_CRL_get0_nextUpdate(crl);
+                const unsigned score = 0x80u | (next != nullptr && genTime != nullptr && ASN1_TIME_compare(genTime, next) <= 0 ? 0x40u : 0u) |
+                                       (sameIssuer ? 0x20u : 0u) | (indirect ? 0x10u : 0u);
+                char scoreText[8];
+                snprintf(scoreText, sizeof(scoreText), "0x%02X", score);
+                found.push_back("'" + subject + "' revoked at " + IsoTime(X509_REVOKED_get0_revocationDate(entry)) + " (" +
+                                why + ") by the CRL of '" + NameText(X509_CRL_get_issuer(crl)) + "' (thisUpdate " +
+                                IsoTime(X509_CRL_get0_lastUpdate(crl)) + ", score " + scoreText + ")");
+            }
+        } else if (code == VEXA_ERR_EXPIRED && genTime != nullptr && ASN1_TIME_compare(X509_get0_notAfter(cert), genTime) < 0) {
+            found.push_back("'" + subject + "' expired at " + IsoTime(X509_get0_notAfter(cert)));
+        } else if (code == VEXA_ERR_NOT_YET_VALID && genTime != nullptr &&
+                   ASN1_TIME_compare(X509_get0_notBefore(cert), genTime) > 0) {
+            found.push_back("'" + subject + "' valid only from " + IsoTime(X509_get0_notBefore(cert)));
+        } else if (code == VEXA_ERR_KEY_USAGE && (X509_get_extension_flags(cert) & EXFLAG_CA) == 0) {
+            /* the signer needs digitalSignature and codeSigning first, the
+             * TSA digitalSignature and timeStamping first: each end entity's
+             * usages side by side show which one lacks its own */
+            EXTENDED_KEY_USAGE *eku =
+                static_cast<EXTENDED_KEY_USAGE *>(X509_get_ext_d2i(cert, NID_ext_key_usage, nullptr, nullptr));
+            const int first = sk_ASN1_OBJECT_num(eku) > 0 ? OBJ_obj2nid(sk_ASN1_OBJECT_value(eku, 0)) : NID_undef;
+            sk_ASN1_OBJECT_pop_free(eku, ASN1_OBJECT_free);
+            const uint32_t ku = X509_get_key_usage(cert);
+            const bool digital = ku != UINT32_MAX && (ku & KU_DIGITAL_SIGNATURE) != 0;
+            found.push_back("'" + subject + "' has " + (digital ? "" : "no ") + "digitalSignature, first extended key usage " +
+                            (first == NID_undef ? "none" : OBJ_nid2sn(first)));
+        } else if (code == VEXA_ERR_NO_CRL && X509_NAME_cmp(X509_get_subject_name(cert), X509_get_issuer_name(cert)) != 0) {
+            /* why each CRL of the issuer is no candidate, or that it has none */
+            std::string why;
+            bool covered = false;
+            for (X509_CRL *crl : crls) {
+                if (X509_NAME_cmp(X509_CRL_get_issuer(crl), X509_get_issuer_name(cert)) != 0) {
+                    continue;
+                }
+                const ASN1_TIME *next = X509_CRL_get0_nextUpdate(crl);
+                X509 *issuer = nullptr;
+                for (X509 *c : path) {
+                    issuer = issuer == nullptr && X509_check_issued(c, cert) == X509_V_OK ? c : issuer;
+                }
+                std::string problem = CrlScopeProblem(crl, cert);
+                if (!problem.empty()) {
+                    /* skipped whatever its dates and signature */
+                } else if (issuer != nullptr && X509_CRL_verify(crl, X509_get0_pubkey(issuer)) != 1) {
+                    problem = "its signature does not verify with the issuer's key";
+                } else if (next == nullptr || genTime == nullptr || ASN1_TIME_compare(next, genTime) < 0) {
+                    problem = "it expired at " + IsoTime(next) + ", before genTime, and does not list the certificate";
+                } else {
+                    covered = true;
+                }
+                if (!problem.empty()) {
+                    why += (why.empty() ? "" : "; ") + std::string("the CRL with thisUpdate ") +
+                           IsoTime(X509_CRL_get0_lastUpdate(crl)) + " does not qualify: " + problem;
+                }
+            }
+            if (!covered) {
+                found.push_back("no CRL of '" + NameText(X509_get_issuer_name(cert)) + "' qualifies for '" + subject +
+                                "'" + (why.empty() ? std::string(": the file has none") : ": " + why));
+            }
+        }
+    }
+    return found;
 }
 
 } // namespace forge
