@@ -12,6 +12,11 @@
 
 namespace {
 
+/* Only the first 32 names of a list and the first 32 points of a
+ * certificate are compared: a real certificate names a handful, and a
+ * crafted pair of long lists must not cost the product of their lengths.
+ * A name further down is not found, so the CRL is no candidate. */
+constexpr uint32_t kMaxNames = 32;
 constexpr uint32_t kFullName = 0;
 constexpr uint32_t kRelativeName = 1;
 constexpr uint32_t kDirectoryName = 4;
@@ -102,7 +107,7 @@ bool FullNameHas(const VexaAsnOcts &names, const VexaAsnOcts &generalName)
     if (names.data == nullptr || VexaAsnStreamInit(&s, names.data, names.len) != VEXA_OK) {
         return false;
     }
-    while (s.pos < s.length) {
+    for (uint32_t n = 0; s.pos < s.length && n < kMaxNames; n++) {
         VexaAsnOcts name{};
         if (!NextElement(&s, &name)) {
             return false;
@@ -120,7 +125,7 @@ bool FullNameHasResolved(const VexaAsnOcts &names, const PointName &rel)
     if (names.data == nullptr || VexaAsnStreamInit(&s, names.data, names.len) != VEXA_OK) {
         return false;
     }
-    while (s.pos < s.length) {
+    for (uint32_t n = 0; s.pos < s.length && n < kMaxNames; n++) {
         VexaAsnOcts name{};
         if (!NextElement(&s, &name)) {
             return false;
@@ -142,7 +147,7 @@ bool SamePoint(const PointName &a, const PointName &b)
         if (a.names.data == nullptr || VexaAsnStreamInit(&s, a.names.data, a.names.len) != VEXA_OK) {
             return false;
         }
-        while (s.pos < s.length) {
+        for (uint32_t n = 0; s.pos < s.length && n < kMaxNames; n++) {
             VexaAsnOcts name{};
             if (!NextElement(&s, &name)) {
                 return false;
@@ -193,7 +198,7 @@ bool CertNamesPoint(const VexaX509Cert *cert, const PointName &idp)
     if (points.data == nullptr || VexaAsnStreamInit(&s, points.data, points.len) != VEXA_OK) {
         return false;
     }
-    while (s.pos < s.length) {
+    for (uint32_t n = 0; s.pos < s.length && n < kMaxNames; n++) {
         VexaX509DistributionPoint point{};
         if (VexaX509NextDistributionPoint(&s, &point) != VEXA_OK) {
             return false;

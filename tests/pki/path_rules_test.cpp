@@ -147,6 +147,11 @@ TEST_F(PathRules, CrlsThatCannotSpeakForTheCertificateAreNoCandidates)
 {
     using namespace dertest;
     const Exts dpA = {{"crlDistributionPoints", "URI:http://a.example/c"}};
+    std::string many;
+    for (int i = 0; i < 39; i++) {
+        many += "URI:http://d" + std::to_string(i) + ".example/c,";
+    }
+    const Exts manyDps = {{"crlDistributionPoints", many + "URI:http://a.example/c"}};
     /* CN=CA,CN=dp: the CA's name with the relative RDN added */
     const Bytes resolved = Seq({Set({CommonName("CA")}), Set({CommonName("dp")})});
     const auto relativeDp = [](const std::string &rdn) {
@@ -193,6 +198,8 @@ TEST_F(PathRules, CrlsThatCannotSpeakForTheCertificateAreNoCandidates)
         {"relative names on both sides", {}, {}, {}, relativeDp("dp"), false, relativeIdp, false, VEXA_OK},
         {"relative name in the IDP, its resolved full name in the leaf", {}, {}, {}, fullDp, false, relativeIdp,
          false, VEXA_OK},
+        {"the named point is the 40th of the leaf's: only 32 are compared", {}, {}, {}, manyDps, false,
+         {{"issuingDistributionPoint", "critical,fullname:URI:http://a.example/c"}}, false, VEXA_ERR_NO_CRL},
         {"the leaf's point names a CRL issuer of its own", {}, {}, {}, withCrlIssuer, false,
          {{"issuingDistributionPoint", "critical,fullname:URI:http://a.example/c"}}, false, VEXA_ERR_NO_CRL},
     };
