@@ -101,7 +101,10 @@ bool MatchesResolved(const VexaAsnOcts &generalName, const PointName &rel)
            rdnTag.tagNumber == VEXA_ASN_TAG_SET && Equal(rdn.data, rdn.len, rel.names.data, rel.names.len);
 }
 
-bool FullNameHas(const VexaAsnOcts &names, const VexaAsnOcts &generalName)
+/* Whether one of the first kMaxNames GeneralName elements of `names`
+ * satisfies `match`. */
+template <class Match>
+bool AnyName(const VexaAsnOcts &names, Match match)
 {
     VexaAsnStream s{};
     if (names.data == nullptr || VexaAsnStreamInit(&s, names.data, names.len) != VEXA_OK) {
@@ -112,29 +115,16 @@ bool FullNameHas(const VexaAsnOcts &names, const VexaAsnOcts &generalName)
         if (!NextElement(&s, &name)) {
             return false;
         }
-        if (Equal(name.data, name.len, generalName.data, generalName.len)) {
+        if (match(name)) {
             return true;
         }
     }
     return false;
 }
 
-bool FullNameHasResolved(const VexaAsnOcts &names, const PointName &rel)
+bool SameEncoding(const VexaAsnOcts &a, const VexaAsnOcts &b)
 {
-    VexaAsnStream s{};
-    if (names.data == nullptr || VexaAsnStreamInit(&s, names.data, names.len) != VEXA_OK) {
-        return false;
-    }
-    for (uint32_t n = 0; s.pos < s.length && n < kMaxNames; n++) {
-        VexaAsnOcts name{};
-        if (!NextElement(&s, &name)) {
-            return false;
-        }
-        if (MatchesResolved(name, rel)) {
-            return true;
-        }
-    }
-    return false;
+    return Equal(a.data, a.len, b.data, b.len);
 }
 
 /* Two distribution point names name the same point when one GeneralName of
@@ -143,26 +133,16 @@ bool FullNameHasResolved(const VexaAsnOcts &names, const PointName &rel)
 bool SamePoint(const PointName &a, const PointName &b)
 {
     if (a.form == kFullName && b.form == kFullName) {
-        VexaAsnStream s{};
-        if (a.names.data == nullptr || VexaAsnStreamInit(&s, a.names.data, a.names.len) != VEXA_OK) {
-            return false;
-        }
-        for (uint32_t n = 0; s.pos < s.length && n < kMaxNames; n++) {
-            VexaAsnOcts name{};
-            if (!NextElement(&s, &name)) {
-                return false;
-            }
-            if (FullNameHas(b.names, name)) {
-                return true;
-            }
-        }
-        return false;
+        return AnyName(a.names, [&b](const VexaAsnOcts &x) {
+            return AnyName(b.names, [&x](const VexaAsnOcts &y) { return SameEncoding(x, y); });
+        });
     }
     if (a.form == kRelativeName && b.form == kRelativeName) {
-        return Equal(a.issuer.data, a.issuer.len, b.issuer.data, b.issuer.len) &&
-               Equal(a.names.data, a.names.len, b.names.data, b.names.len);
+        return SameEncoding(a.issuer, b.issuer) && SameEncoding(a.names, b.names);
     }
-    return a.form == kFullName ? FullNameHasResolved(a.names, b) : FullNameHasResolved(b.names, a);
+    const PointName &full = a.form == kFullName ? a : b;
+    const PointName &relative = a.form == kFullName ? b : a;
+    return AnyName(full.names, [&relative](const VexaAsnOcts &x) { return MatchesResolved(x, relative); });
 }
 
 /* `name` is a DistributionPointName element's content view (tag [0] or [1]). */
