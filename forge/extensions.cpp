@@ -203,20 +203,20 @@ uint32_t AddKeyIds(X509 *cert, X509 *issuer)
 
 uint32_t AddConfExtensions(const Args &args, X509 *issuer, X509 *cert, X509_CRL *crl)
 {
-    for (const std::string &spec : FindAllOpts(args, "ext")) {
-        const size_t eq = spec.find('=');
-        if (eq == std::string::npos || eq == 0 || eq + 1 == spec.size()) {
-            Fail("--ext wants NAME=VALUE, not '%s'", spec.c_str());
+    for (const std::string &option : FindAllOpts(args, "ext")) {
+        const size_t eq = option.find('=');
+        if (eq == std::string::npos || eq == 0 || eq + 1 == option.size()) {
+            Fail("--ext wants NAME=VALUE, not '%s'", option.c_str());
             return kErrUsage;
         }
-        const std::string name = spec.substr(0, eq);
-        const std::string value = spec.substr(eq + 1);
+        const std::string name = option.substr(0, eq);
+        const std::string value = option.substr(eq + 1);
         X509V3_CTX ctx;
         X509V3_set_ctx(&ctx, issuer, cert, nullptr, crl, 0);
         X509_EXTENSION *ext = X509V3_EXT_nconf(nullptr, &ctx, name.c_str(), value.c_str());
         if (ext == nullptr) {
             ERR_clear_error();
-            Fail("--ext '%s': libcrypto cannot make that extension", spec.c_str());
+            Fail("--ext '%s': libcrypto cannot make that extension", option.c_str());
             return kErrUsage;
         }
         const int added = cert != nullptr ? X509_add_ext(cert, ext, -1) : X509_CRL_add_ext(crl, ext, -1);
