@@ -26,6 +26,27 @@ bool InternalSlotsFit(const VexaAsnItem *list, const VexaAsnMember *element)
     return element->offset >= sizeof(uint32_t) && end <= list->size;
 }
 
+/* An entry's critical field as encoded. Any octet but 0 counts as critical
+ * here, so a BOOLEAN TRUE written as 0x01 cannot pass an unprocessed
+ * extension off as non-critical. */
+const VexaAsnItem kBooleanView = {nullptr, VexaAsnDecodeOcts, 0, 0, 1, 0, sizeof(VexaAsnOcts)};
+const VexaAsnMember kCriticalViewMembers[] = {
+    VexaAsnMember{&g_itemVexaAsnOcts, 0, VEXA_ASN_TAG_NONE, VEXA_ASN_SKIP, 0, 0},
+    VexaAsnMember{&kBooleanView, 0, VEXA_ASN_TAG_NONE, VEXA_ASN_OPTIONAL, 0, 0},
+    VexaAsnMember{&g_itemVexaAsnOcts, 0, VEXA_ASN_TAG_NONE, VEXA_ASN_SKIP, 0, 0},
+};
+const VexaAsnItem kCriticalViewItem = {kCriticalViewMembers, VexaAsnDecodeSeq, 0, 1, VEXA_ASN_TAG_SEQUENCE, 3,
+                                       sizeof(VexaAsnOcts)};
+
+bool MarkedCritical(VexaAsnStream entry)
+{
+    VexaAsnOcts critical{};
+    uint32_t used = 0;
+    const VexaAsnMember asView{&kCriticalViewItem, 0, VEXA_ASN_TAG_NONE, 0, 0, 0};
+    return VexaAsnDecodeSeq(&entry, &critical, &used, &asView) == VEXA_OK && critical.data != nullptr &&
+           critical.len == 1 && critical.data[0] != 0;
+}
+
 /* One Extension or Attribute entry, stored by every member of the set for
  * its identifier (a value may be kept in two forms; a SKIP member only
  * checks it). An entry no member takes is ignored, but when it is marked
@@ -36,6 +57,7 @@ uint32_t InternalDecodeAttrEntry(VexaAsnStream *content, void *dest, const VexaA
     VexaX509ExtensionEntry entry{};
     const VexaAsnMember asEntry{&g_itemVexaX509ExtensionEntry, 0, VEXA_ASN_TAG_NONE, 0, 0, 0};
     uint32_t used = 0;
+    const VexaAsnStream entryStart = *content;
     VEXA_GUARD(VexaAsnDecodeSeq(content, &entry, &used, &asEntry));
     VEXA_ENSURE(entry.extnValue.data != nullptr && entry.extnValue.len != 0, VEXA_ERR_ASN_LIST);
     const int32_t id = InternalExtensionId(&entry.extnID);
@@ -61,7 +83,7 @@ uint32_t InternalDecodeAttrEntry(VexaAsnStream *content, void *dest, const VexaA
         VEXA_GUARD(VexaAsnStreamInit(&value, entry.extnValue.data, entry.extnValue.len));
         VEXA_GUARD(target->item->decoder(&value, skip ? nullptr : InternalAt(dest, target->offset), &used, target));
     }
-    if (!taken && entry.critical == 1 && criticalFlag != nullptr) {
+    if (!taken && criticalFlag != nullptr && (entry.critical == 1 || MarkedCritical(entryStart))) {
         VEXA_ENSURE(static_cast<uint64_t>(criticalFlag->offset) + sizeof(uint32_t) <= set->size, VEXA_ERR_ASN_LIST);
         InternalStoreU32(InternalAt(dest, criticalFlag->offset), 1);
     }

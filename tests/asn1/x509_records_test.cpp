@@ -87,6 +87,43 @@ TEST(CertificateRecord, TakesOnlyWhatItsCapacitiesAndRulesAllow)
     }
 }
 
+/* What the path checks read: an extension marked critical that nothing
+ * processes, however TRUE is written, and the pathLenConstraint. */
+TEST(CertificateRecord, RemembersUnprocessedCriticalExtensionsAndThePathLength)
+{
+    const Bytes marker = {0x06, 0x09, 0x2B, 0x06, 0x01, 0x04, 0x01, 0x86, 0x8D, 0x1F, 0x01}; /* 1.3.6.1.4.1.99999.1 */
+    const struct {
+        const char *name;
+        std::vector<std::pair<std::string, std::string>> extensions;
+        uint8_t criticalOctet; /* written over the unknown extension's TRUE; 0: left as made */
+        uint32_t unprocessedCritical;
+        int64_t pathLen; /* -1: absent */
+    } rows[] = {
+        {"unknown, critical", {{"1.3.6.1.4.1.99999.1", "critical,DER:05:00"}}, 0, 1, -1},
+        {"unknown, critical written as 0x01", {{"1.3.6.1.4.1.99999.1", "critical,DER:05:00"}}, 0x01, 1, -1},
+        {"unknown, not critical", {{"1.3.6.1.4.1.99999.1", "DER:05:00"}}, 0, 0, -1},
+        {"processed ones, critical", {{"subjectAltName", "critical,DNS:a.example"}, {"basicConstraints", "critical,CA:TRUE,pathlen:2"}}, 0, 0, 2},
+        {"pathlen 0", {{"basicConstraints", "critical,CA:TRUE,pathlen:0"}}, 0, 0, 0},
+    };
+    for (const auto &r : rows) {
+        testpki::CertSpec spec;
+        spec.extensions = r.extensions;
+        Bytes der = testpki::Der(testpki::MakeCert(spec).get());
+        if (r.criticalOctet != 0) {
+            auto at = std::search(der.begin(), der.end(), marker.begin(), marker.end());
+            ASSERT_NE(at, der.end()) << r.name;
+            ASSERT_EQ(at[static_cast<long>(marker.size()) + 2], 0xFF) << r.name;
+            at[static_cast<long>(marker.size()) + 2] = r.criticalOctet;
+        }
+        const HeldCert h(der);
+        ASSERT_EQ(h.code, VEXA_OK) << r.name;
+        const VexaX509Extensions &ext = h.rec->tbsCertificate.extensions;
+        EXPECT_EQ(ext.unprocessedCritical, r.unprocessedCritical) << r.name;
+        EXPECT_EQ(ext.pathLenConstraint.data != nullptr ? static_cast<int64_t>(ext.pathLenValue) : -1, r.pathLen)
+            << r.name;
+    }
+}
+
 TEST(CertificateRecord, OnlyAUniversalSequenceViewIsACertificate)
 {
     const Bytes a = Fixture("pki/int.der");
