@@ -9,36 +9,17 @@
 
 namespace {
 
-/* 2.5.29.n */
-constexpr uint8_t kSubjectKeyId[] = {0x55, 0x1D, 0x0E};
-constexpr uint8_t kSubjectAltName[] = {0x55, 0x1D, 0x11};
-constexpr uint8_t kIssuerAltName[] = {0x55, 0x1D, 0x12};
-constexpr uint8_t kCrlNumber[] = {0x55, 0x1D, 0x14};
-constexpr uint8_t kInvalidityDate[] = {0x55, 0x1D, 0x18};
-constexpr uint8_t kDeltaCrlIndicator[] = {0x55, 0x1D, 0x1B};
-constexpr uint8_t kCertificateIssuer[] = {0x55, 0x1D, 0x1D};
-constexpr uint8_t kCrlDistributionPoints[] = {0x55, 0x1D, 0x1F};
-constexpr uint8_t kAuthorityKeyId[] = {0x55, 0x1D, 0x23};
-
-struct ExtensionRow {
+/* The extensions the checks of critical entries know beyond the table's,
+ * all under id-ce (2.5.29): the identifier's last arc for each. */
+constexpr uint8_t kIdCe[] = {0x55, 0x1D};
+constexpr struct {
     int32_t id;
-    const uint8_t *octets;
-    uint32_t len;
+    uint8_t arc;
+} kCeExtensions[] = {
+    {AOID_CE_SUBJECTKEYIDENTIFIER, 14}, {AOID_CE_SUBJECTALTNAME, 17},     {AOID_CE_ISSUERALTNAME, 18},
+    {AOID_CE_CRLNUMBER, 20},            {AOID_CE_INVALIDITYDATE, 24},     {AOID_CE_DELTACRLINDICATOR, 27},
+    {AOID_CE_CERTIFICATEISSUER, 29},    {AOID_CE_CRLDISTRIBUTIONPOINTS, 31}, {AOID_CE_AUTHORITYKEYIDENTIFIER, 35},
 };
-
-#define VEXA_EXT_ROW(id, octets) {(id), (octets), static_cast<uint32_t>(sizeof(octets))}
-constexpr ExtensionRow kExtensions[] = {
-    VEXA_EXT_ROW(AOID_CE_SUBJECTKEYIDENTIFIER, kSubjectKeyId),
-    VEXA_EXT_ROW(AOID_CE_AUTHORITYKEYIDENTIFIER, kAuthorityKeyId),
-    VEXA_EXT_ROW(AOID_CE_SUBJECTALTNAME, kSubjectAltName),
-    VEXA_EXT_ROW(AOID_CE_ISSUERALTNAME, kIssuerAltName),
-    VEXA_EXT_ROW(AOID_CE_CRLDISTRIBUTIONPOINTS, kCrlDistributionPoints),
-    VEXA_EXT_ROW(AOID_CE_CRLNUMBER, kCrlNumber),
-    VEXA_EXT_ROW(AOID_CE_DELTACRLINDICATOR, kDeltaCrlIndicator),
-    VEXA_EXT_ROW(AOID_CE_INVALIDITYDATE, kInvalidityDate),
-    VEXA_EXT_ROW(AOID_CE_CERTIFICATEISSUER, kCertificateIssuer),
-};
-#undef VEXA_EXT_ROW
 
 const VexaAsnMember kDistributionPointMembers[] = {
     /* a CHOICE under a tag is always explicitly tagged */
@@ -55,11 +36,12 @@ const VexaAsnItem kDistributionPointItem =
 int32_t InternalExtensionId(const VexaAsnOcts *oid)
 {
     const int32_t id = VexaOidGetId(oid);
-    if (id != AOID_UNKNOWN || oid == nullptr || oid->data == nullptr) {
+    if (id != AOID_UNKNOWN || oid == nullptr || oid->data == nullptr || oid->len != sizeof(kIdCe) + 1 ||
+        VexaMemCmp(oid->data, kIdCe, sizeof(kIdCe)) != 0) {
         return id;
     }
-    for (const ExtensionRow &row : kExtensions) {
-        if (row.len == oid->len && VexaMemCmp(row.octets, oid->data, row.len) == 0) {
+    for (const auto &row : kCeExtensions) {
+        if (row.arc == oid->data[sizeof(kIdCe)]) {
             return row.id;
         }
     }

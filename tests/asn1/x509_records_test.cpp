@@ -106,9 +106,9 @@ TEST(CertificateRecord, RemembersUnprocessedCriticalExtensionsAndThePathLength)
         {"pathlen 0", {{"basicConstraints", "critical,CA:TRUE,pathlen:0"}}, 0, 0, 0},
     };
     for (const auto &r : rows) {
-        testpki::CertSpec spec;
-        spec.extensions = r.extensions;
-        Bytes der = testpki::Der(testpki::MakeCert(spec).get());
+        testpki::CertSpec def;
+        def.extensions = r.extensions;
+        Bytes der = testpki::Der(testpki::MakeCert(def).get());
         if (r.criticalOctet != 0) {
             auto at = std::search(der.begin(), der.end(), marker.begin(), marker.end());
             ASSERT_NE(at, der.end()) << r.name;
