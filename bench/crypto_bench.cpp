@@ -11,6 +11,7 @@
 #include <openssl/evp.h>
 #include <openssl/param_build.h>
 
+#include "services/crypto_reuse.h"
 #include "vexa/vexa_crypto.h"
 
 namespace {
@@ -99,6 +100,7 @@ void BM_ServiceRsaVerify2048(benchmark::State &state)
     const Fixture &f = Rsa2048();
     uint32_t verdict = 0;
     for (auto _ : state) {
+        VexaCryptoReuseClear(); /* a first check, not a recalled one */
         VexaCryptoCtx *ctx = nullptr;
         VexaRsaVerifyCreate(&ctx);
         VexaRsaVerifyInit(ctx, &f.e, &f.n, VEXA_CRYPTO_SHA256);

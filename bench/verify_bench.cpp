@@ -24,6 +24,7 @@
 #include <openssl/rsa.h>
 
 #include "root_cert.h"
+#include "services/crypto_reuse.h"
 #include "testdata.h"
 #include "vexa/vexa_result.h"
 #include "vexa/vexa_verify.h"
@@ -139,8 +140,11 @@ VexaVerifyCtx *CtxWithRoot()
 }
 
 /* Operation 3 on the valid image; returns the verdict (1 = verified). */
+/* Each run starts as a process does, with no key or verdict kept from the
+ * run before. */
 uint32_t VerifyImage(const Inputs &in)
 {
+    VexaCryptoReuseClear();
     VexaVerifyCtx *ctx = CtxWithRoot();
     uint32_t verdict = 0;
     if (ctx != nullptr && VexaVerifyAddCrl(ctx, in.crlFile.data(), static_cast<uint32_t>(in.crlFile.size())) == 0 &&
@@ -157,6 +161,7 @@ uint32_t VerifyImage(const Inputs &in)
  * returns the comparison (1 = the update is newer). */
 uint32_t CompareCrls(const Inputs &in)
 {
+    VexaCryptoReuseClear();
     VexaVerifyCtx *ctxA = CtxWithRoot();
     VexaVerifyCtx *ctxB = CtxWithRoot();
     VexaCrlInfoList *infoA = nullptr;

@@ -3,15 +3,13 @@
 
 #include <type_traits>
 
-#include <openssl/bn.h>
-#include <openssl/core_names.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
-#include <openssl/param_build.h>
 #include <openssl/rsa.h>
 
 #include <kestrel/kestrel.h>
 
+#include "services/crypto_reuse.h"
 #include "services/oplog.h"
 #include "vexa/vexa_crypto.h"
 #include "vexa/vexa_result.h"
@@ -28,16 +26,15 @@ namespace {
 
 struct DigestRow {
     uint32_t algorithm;
-    const EVP_MD *(*digest)(void);
+    const char *name;
+    const EVP_MD *(*legacy)(void);
 };
 
-/* The library's digest ids to libcrypto's digests. The implicit fetch
- * behind EVP_sha256() and friends costs well under a microsecond per init,
- * too little to justify process-wide state in a one-shot tool. */
+/* The library's digest ids to libcrypto's digests. */
 constexpr DigestRow kDigests[] = {
-    {VEXA_CRYPTO_SHA256, EVP_sha256},
-    {VEXA_CRYPTO_SHA384, EVP_sha384},
-    {VEXA_CRYPTO_SHA512, EVP_sha512},
+    {VEXA_CRYPTO_SHA256, "SHA256", EVP_sha256},
+    {VEXA_CRYPTO_SHA384, "SHA384", EVP_sha384},
+    {VEXA_CRYPTO_SHA512, "SHA512", EVP_sha512},
 };
 
 /* Signature producers that drop leading zero bytes leave lengths that are
@@ -89,93 +86,26 @@ void InternalReleaseCtx(VexaCryptoCtx *ctx)
     ERR_clear_error();
 }
 
-/* Builds the RSA public key (n, e) as a libcrypto key object. */
-uint32_t InternalBuildRsaKey(const VexaBigInt *exponent, const VexaBigInt *modulus, EVP_PKEY **out)
-{
-    EVP_PKEY_CTX *keyCtx = EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr);
-    if (keyCtx == nullptr || EVP_PKEY_fromdata_init(keyCtx) != 1) {
-        EVP_PKEY_CTX_free(keyCtx);
-        LOG_MAJOR("EVP_PKEY_new failed.\n\n");
-        return VEXA_ERR_MALLOC;
-    }
-    BIGNUM *n = BN_bin2bn(modulus->bytes, static_cast<int>(modulus->len), nullptr);
-    BIGNUM *e = BN_bin2bn(exponent->bytes, static_cast<int>(exponent->len), nullptr);
-    OSSL_PARAM_BLD *build = OSSL_PARAM_BLD_new();
-    OSSL_PARAM *params = nullptr;
-    if (n != nullptr && e != nullptr && build != nullptr &&
-        OSSL_PARAM_BLD_push_BN(build, OSSL_PKEY_PARAM_RSA_N, n) == 1 &&
-        OSSL_PARAM_BLD_push_BN(build, OSSL_PKEY_PARAM_RSA_E, e) == 1) {
-        params = OSSL_PARAM_BLD_to_param(build);
-    }
-    OSSL_PARAM_BLD_free(build);
-    BN_free(n);
-    BN_free(e);
-    if (params == nullptr) {
-        EVP_PKEY_CTX_free(keyCtx);
-        LOG_MAJOR("RSA_new failed.\n\n");
-        return VEXA_ERR_MALLOC;
-    }
-    EVP_PKEY *pkey = nullptr;
-    int made = EVP_PKEY_fromdata(keyCtx, &pkey, EVP_PKEY_PUBLIC_KEY, params);
-    OSSL_PARAM_free(params);
-    EVP_PKEY_CTX_free(keyCtx);
-    if (made != 1 || pkey == nullptr) {
-        EVP_PKEY_free(pkey);
-        LOG_MAJOR("EVP_PKEY_new failed.\n\n");
-        return VEXA_ERR_MALLOC;
-    }
-    *out = pkey;
-    return VEXA_OK;
-}
-
-constexpr int kMinModulusBits = 1024;
-
-/* A key that proves nothing: with an exponent of 1 every padded message is
- * its own signature, an even exponent is no RSA key, and a short modulus
- * can be factored. Such a key verifies no signature at all. */
-bool InternalUsableKey(const EVP_PKEY *pkey)
-{
-    if (EVP_PKEY_get_bits(pkey) < kMinModulusBits) {
-        return false;
-    }
-    BIGNUM *e = nullptr;
-    if (EVP_PKEY_get_bn_param(pkey, OSSL_PKEY_PARAM_RSA_E, &e) != 1 || e == nullptr) {
-        return false;
-    }
-    const bool usable = BN_is_odd(e) && !BN_is_one(e); /* odd and not 1: at least 3 */
-    BN_free(e);
-    return usable;
-}
-
 /* Finishes the digest and checks the PKCS #1 v1.5 signature over it, the
  * way the one-shot EVP verify does. Any failure is simply "not verified". */
 bool InternalVerifyDigest(VexaCryptoCtx *ctx, const uint8_t *signature, uint32_t length)
 {
-    if (!InternalUsableKey(ctx->pkey)) {
-        return false;
-    }
     const EVP_MD *md = EVP_MD_CTX_get0_md(ctx->mdCtx);
     uint8_t digest[EVP_MAX_MD_SIZE];
     unsigned int digestLen = 0;
     if (md == nullptr || EVP_DigestFinal_ex(ctx->mdCtx, digest, &digestLen) != 1) {
         return false;
     }
-    EVP_PKEY_CTX *verifyCtx = EVP_PKEY_CTX_new_from_pkey(nullptr, ctx->pkey, nullptr);
-    bool verified = verifyCtx != nullptr && EVP_PKEY_verify_init(verifyCtx) == 1 &&
-                    EVP_PKEY_CTX_set_rsa_padding(verifyCtx, RSA_PKCS1_PADDING) > 0 &&
-                    EVP_PKEY_CTX_set_signature_md(verifyCtx, md) > 0 &&
-                    EVP_PKEY_verify(verifyCtx, signature, length, digest, digestLen) == 1;
-    EVP_PKEY_CTX_free(verifyCtx);
-    return verified;
+    return InternalCheckRsaDigest(ctx->pkey, md, digest, digestLen, signature, length);
 }
 
 } // namespace
 
 extern "C" const EVP_MD *_krt_get_openssl_evpmd(uint32_t algorithm)
 {
-    for (const DigestRow &row : kDigests) {
-        if (row.algorithm == algorithm) {
-            return row.digest();
+    for (uint32_t i = 0; i < sizeof(kDigests) / sizeof(kDigests[0]); i++) {
+        if (kDigests[i].algorithm == algorithm) {
+            return InternalReusedDigest(i, kDigests[i].name, kDigests[i].legacy);
         }
     }
     LOG_MAJOR("invalid algorithm.\n\n");
@@ -302,7 +232,7 @@ extern "C" uint32_t VexaRsaVerifyInit(VexaCryptoCtx *ctx, const VexaBigInt *expo
     /* A second init starts over instead of leaking the first key. */
     InternalDropKey(ctx);
     InternalDropDigest(ctx);
-    uint32_t ret = InternalBuildRsaKey(exponent, modulus, &ctx->pkey);
+    uint32_t ret = InternalReusedRsaKey(exponent, modulus, &ctx->pkey);
     if (ret != VEXA_OK) {
         return ret;
     }

@@ -3,6 +3,8 @@
 
 #include <string.h>
 
+#include <openssl/evp.h>
+
 #include "vexa/vexa_asn1.h"
 #include "vexa/vexa_result.h"
 
@@ -37,6 +39,9 @@ extern "C" {
 void *__real_memchr(const void *s, int c, size_t n);
 char *__real_strstr(const char *haystack, const char *needle);
 uint32_t __real_VexaAsnTimeToEpoch(const VexaAsnOcts *time, int64_t *out);
+int __real_EVP_PKEY_fromdata(EVP_PKEY_CTX *ctx, EVP_PKEY **ppkey, int selection, OSSL_PARAM params[]);
+int __real_EVP_PKEY_verify(EVP_PKEY_CTX *ctx, const unsigned char *sig, size_t siglen, const unsigned char *tbs,
+                           size_t tbslen);
 
 void *__wrap_memchr(const void *s, int c, size_t n)
 {
@@ -63,5 +68,18 @@ uint32_t __wrap_VexaAsnTimeToEpoch(const VexaAsnOcts *time, int64_t *out)
         return VEXA_ERR_PARAM; /* over budget: the walk unwinds at once */
     }
     return __real_VexaAsnTimeToEpoch(time, out);
+}
+
+int __wrap_EVP_PKEY_fromdata(EVP_PKEY_CTX *ctx, EVP_PKEY **ppkey, int selection, OSSL_PARAM params[])
+{
+    g_counts.keyImports += g_counting ? 1 : 0;
+    return __real_EVP_PKEY_fromdata(ctx, ppkey, selection, params);
+}
+
+int __wrap_EVP_PKEY_verify(EVP_PKEY_CTX *ctx, const unsigned char *sig, size_t siglen, const unsigned char *tbs,
+                           size_t tbslen)
+{
+    g_counts.rsaChecks += g_counting ? 1 : 0;
+    return __real_EVP_PKEY_verify(ctx, sig, siglen, tbs, tbslen);
 }
 }
